@@ -1,0 +1,2 @@
+#include "lv.h"
+int main() { return 0; }

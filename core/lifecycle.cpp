@@ -1,0 +1,94 @@
+// Start-up, the preparation stages in their fixed order, release and shutdown.
+#include <FreeImage.h>
+
+#include <algorithm>
+
+#include "core/exponent.h"
+#include "core/random.h"
+#include "core/registry.h"
+#include "core/report.h"
+#include "core/stages.h"
+#include "lv.h"
+
+namespace {
+
+void addDefaultShader();
+
+}  // namespace
+
+void writeAovs(const std::vector<Aov>& aovs) {
+    for (const Aov& aov : aovs) writeImage(aov.image);
+}
+
+extern "C" {
+
+LV_API void lvStartup(void) {
+    fillExponentTable();
+    FreeImage_Initialise(0);
+    if (std::find(registry.imagePaths.begin(), registry.imagePaths.end(), "") == registry.imagePaths.end())
+        registry.imagePaths.push_back("");
+    initializeRandomTables();
+    resetGeometryLightValues();
+    resetSkyLightValues();
+    resetRendererValues();
+    addDefaultShader();
+}
+
+LV_API void lvShutdown(void) {
+    releaseRandomTables();
+    FreeImage_DeInitialise();
+}
+
+LV_API void lvInitializeCameras(void) { prepareCameras(); }
+LV_API void lvInitializeShaders(void) { prepareShaders(); }
+LV_API void lvInitializeAccelerator(void) { prepareAccelerator(); }
+LV_API void lvInitializeSkyLight(void) { prepareSkyLight(); }
+// The geometry light stage is reachable only through lvInitialize; this entry
+// runs the sky light stage, as the exported surface has always done.
+LV_API void lvInitializeGeometryLight(void) { prepareSkyLight(); }
+LV_API void lvInitializeGaffer(void) { prepareGaffer(); }
+LV_API void lvInitializeRenderer(void) { prepareRenderer(); }
+
+LV_API void lvInitialize(void) {
+    prepareCameras();
+    prepareTextures();
+    prepareShaders();
+    prepareAccelerator();
+    prepareSkyLight();
+    prepareGeometryLight();
+    prepareGaffer();
+    prepareRenderer();
+}
+
+LV_API void lvFinalizeRenderer(void) { releaseRenderer(); }
+LV_API void lvFinalizeGaffer(void) { releaseGaffer(); }
+LV_API void lvFinalizeSkyLight(void) { releaseSkyLight(); }
+LV_API void lvFinalizeGeometryLight(void) { releaseSkyLight(); }
+LV_API void lvFinalizeAccelerator(void) { releaseAccelerator(); }
+LV_API void lvFinalizeCameras(void) { releaseCameras(); }
+LV_API void lvFinalizeShaders(void) {
+    releaseShaders();
+    releaseTextures();
+}
+
+LV_API void lvFinalize(void) {
+    releaseRenderer();
+    releaseGaffer();
+    releaseGeometryLight();
+    releaseSkyLight();
+    releaseAccelerator();
+    releaseCameras();
+    releaseShaders();
+    releaseTextures();
+}
+
+}  // extern "C"
+
+namespace {
+
+void addDefaultShader() {
+    // The shader records arrive with the shading subsystem; until then the
+    // default "undefined" shader at index 0 has nothing to hold.
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// The one scene of the process: every record array and every single value
+// that the exported functions, the scene files and the stages share.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "core/constants.h"
+#include "core/records.h"
+
+// Values of the geometry light that its stage puts back.
+struct GeometryLightValues {
+    int sample = 0;              // geometryLightSample
+    int photon = 1000000;        // geometryLightPhoton
+    float scale = 1.0f;          // emission scale
+    Color photonPower{1.0f, 1.0f, 1.0f};
+    int workingSample = 64;
+    float totalArea = 0.0f;
+};
+
+// Values of the sky light that its stage puts back.
+struct SkyLightValues {
+    Color color{0.75f, 0.75f, 0.75f};
+    int photon = 1000000;
+    int sample = 64;
+    float thickness = 1000.0f;
+    float frame[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    float inverseFrame[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    float ior = 1.0f;
+    Color photonPower{0.0f, 0.0f, 0.0f};
+    int workingSample = 64;      // the renderer's sample count, copied at preparation
+};
+
+struct Registry {
+    // Record arrays, addressed by int index.
+    std::vector<Camera> cameras;
+    std::vector<ImageRecord> textures;
+    std::vector<std::string> imagePaths;
+    std::vector<std::string> geometryPaths;
+    std::vector<Aov> skyLightAOVs;
+    std::vector<Aov> geometryLightAOVs;
+
+    // Renderer values.
+    int bounce = 1;
+    int ray_depth = 8;
+    int photon_depth = 8;
+    int rendererSample = 64;
+    float distance = 1.0f;
+    float resolution = 1.0f;
+    float radius = 1.0f;
+    float clamp[3] = {3.4e38f, 3.4e38f, 3.4e38f};
+    float displayGamma = 2.2f;
+    float renderExposure = 0.0f;
+    bool previewWindow = false;
+    bool final_gather_mode = false;
+    unsigned frameCounter = 0;
+    uint16_t pass_index = 0;
+    int currentCamera = 0;
+    Camera* currentCameraRecord = nullptr;
+    int rootObject = 0;
+    uint64_t elapsedMicroseconds = 0;
+    uint64_t rayCount = 0;
+    uint64_t shadowRayCount = 0;
+    std::string sceneDirectory;
+
+    // Lights that exist once per scene.
+    GeometryLightValues geometryLight;
+    SkyLightValues skyLight;
+    float skyLightTurbidity = 9.0f;
+    float skyLightAlbedo = 0.2f;
+    float skyLightStretch = 0.1f;
+    Vector sunDirection{1.0f, 2.0f, 1.0f};
+
+    // Per-thread entries, indexed by the thread number a ray carries.
+    uint64_t threadRays[kMaxThreads] = {};
+    uint64_t threadShadowRays[kMaxThreads] = {};
+    uint64_t threadStatistics[6][kMaxThreads] = {};   // 0..2 counted by occlusion, 3..5 only cleared
+    uint64_t firstFrameTotals[3] = {};
+    uint32_t threadPixelIndex[kMaxThreads] = {};
+    uint32_t threadPathCounters[2][kMaxThreads] = {};
+};
+
+extern Registry registry;
+
+// The default renderer values that the renderer stage and lvStartup put back.
+void resetRendererValues();
+void resetGeometryLightValues();
+void resetSkyLightValues();

@@ -1,0 +1,64 @@
+#include "core/report.h"
+
+#include <iomanip>
+#include <iostream>
+
+// Lines go to standard output and are flushed one by one. Fixed notation with
+// four decimals, once a real value set it, stays on the stream; integers are
+// not affected by it.
+namespace {
+
+std::ostream& out() { return std::cout; }
+
+void unitTail(const std::string& unit) {
+    out() << ' ';
+    if (!unit.empty()) out() << "[ " << unit << " ]";
+}
+
+void realField(double value) {
+    out() << std::fixed << std::setprecision(4) << std::right << std::setfill(' ') << std::setw(16) << value;
+}
+
+}  // namespace
+
+void reportRule() { out() << std::string(80, '_') << "\n\n" << std::flush; }
+
+void reportMessage(const std::string& text) { out() << text << '\n' << std::flush; }
+
+void reportCount(const std::string& label, long long value, const std::string& unit) {
+    out() << label << ' ' << std::right << std::setfill(' ') << std::setw(16) << value;
+    unitTail(unit);
+    out() << '\n' << std::flush;
+}
+
+void reportReal(const std::string& label, double value, const std::string& unit) {
+    out() << label << ' ';
+    realField(value);
+    unitTail(unit);
+    out() << '\n' << std::flush;
+}
+
+void reportVector(const std::string& label, double x, double y, double z, const std::string& unit) {
+    out() << label << ' ';
+    for (double v : {x, y, z}) {
+        realField(v);
+        out() << ' ';
+    }
+    if (!unit.empty()) out() << "[ " << unit << " ]";
+    out() << '\n' << std::flush;
+}
+
+void reportPair(const std::string& label1, double value1, const std::string& unit1,
+                const std::string& label2, double value2, const std::string& unit2) {
+    out() << label1 << ' ';
+    realField(value1);
+    unitTail(unit1);
+    out() << label2 << ' ';
+    realField(value2);
+    unitTail(unit2);
+    out() << '\n' << std::flush;
+}
+
+void reportWarning(const std::string& text) { out() << "warning :( \t" << text << '\n' << std::flush; }
+
+void reportError(const std::string& text) { out() << "error :( \t" << text << '\n' << std::flush; }

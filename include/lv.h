@@ -1,0 +1,157 @@
+/* lumivane: the exported interface of the lv library.
+ *
+ * One scene per process. A host describes it through these functions (or with
+ * lvGo over a scene directory), prepares it with lvInitialize, renders it with
+ * lvRender and releases it with lvFinalize. Records are addressed by the int
+ * index that their lvAdd... function returned. Nothing is checked: indices,
+ * pointers and counts are the host's duty. Everything the library has to say
+ * goes to standard output as a column-aligned report.
+ */
+#ifndef LV_H
+#define LV_H
+
+#include <stdbool.h>
+
+#if defined(LV_BUILDING)
+#define LV_API __attribute__((visibility("default")))
+#else
+#define LV_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* What an AOV image receives; bits of a set. */
+typedef enum Channel {
+    LV_CHANNEL_BEAUTY = 1,
+    LV_CHANNEL_LIGHT_PATH = 2,
+    LV_CHANNEL_LAMBERTIAN = 4,
+    LV_CHANNEL_LAMBERTIAN_COLOR = 8,
+    LV_CHANNEL_TRANSMISSIVE = 16,
+    LV_CHANNEL_TRANSMISSIVE_COLOR = 32,
+    LV_CHANNEL_GLOSSY = 64,
+    LV_CHANNEL_GLOSSY_COLOR = 128,
+    LV_CHANNEL_SPECULAR = 256,
+    LV_CHANNEL_SPECULAR_COLOR = 512,
+    LV_CHANNEL_EMISSIVE = 1024,
+    LV_CHANNEL_NORMAL = 2048,
+    LV_CHANNEL_TANGENT = 4096,
+    LV_CHANNEL_POSITION = 8192,
+    LV_CHANNEL_DEPTH = 16384,
+    LV_CHANNEL_USER = 32768
+} Channel;
+
+typedef enum Projection {
+    LV_PROJECTION_PERSPECTIVE = 0,
+    LV_PROJECTION_SPHERICAL = 1
+} Projection;
+
+/* Stored with the camera; the field of view is always read in degrees. */
+typedef enum AngleMeasure {
+    LV_ANGLE_DEGREES = 0,
+    LV_ANGLE_RADIANS = 1
+} AngleMeasure;
+
+/* The sixteen elements of a surface layer. */
+typedef enum Element {
+    LV_ELEMENT_LAMBERTIAN = 0,
+    LV_ELEMENT_TRANSMISSIVE = 1,
+    LV_ELEMENT_GLOSSY = 2,
+    LV_ELEMENT_SPECULAR = 3,
+    LV_ELEMENT_EMISSIVE = 4,
+    LV_ELEMENT_DIFFUSION = 5,
+    LV_ELEMENT_SHADOW_TRANSPARENCY = 6,
+    LV_ELEMENT_NORMAL = 7,
+    LV_ELEMENT_WEIGHT = 8,
+    LV_ELEMENT_ANISOTROPY = 9,
+    LV_ELEMENT_ROUGHNESS = 10,
+    LV_ELEMENT_ANGLE = 11,
+    LV_ELEMENT_IOR = 12,
+    LV_ELEMENT_13 = 13,
+    LV_ELEMENT_THICKNESS = 14,
+    LV_ELEMENT_15 = 15
+} Element;
+
+typedef enum Material {
+    LV_MATERIAL_OPAQUE = 0,
+    LV_MATERIAL_SOLID = 1,
+    LV_MATERIAL_THIN = 2
+} Material;
+
+typedef enum Sideness {
+    LV_SIDENESS_FACE = 0,
+    LV_SIDENESS_BACK = 1,
+    LV_SIDENESS_BOTH = 2
+} Sideness;
+
+typedef enum Visibility {
+    LV_VISIBILITY_INVISIBLE = 0,
+    LV_VISIBILITY_NOT_LIGHT_PRIMARY = 1,
+    LV_VISIBILITY_NOT_CAMERA_PRIMARY = 2,
+    LV_VISIBILITY_ALL = 3
+} Visibility;
+
+/* Lifecycle and stages. */
+LV_API void lvStartup(void);
+LV_API void lvShutdown(void);
+LV_API void lvGo(const char* directory);
+LV_API void lvInitialize(void);
+LV_API void lvFinalize(void);
+LV_API void lvRender(void);
+LV_API void lvRenderPixels(int count, float* rgb, int sampleIndex);
+
+LV_API void lvInitializeAccelerator(void);
+LV_API void lvInitializeCameras(void);
+LV_API void lvInitializeGaffer(void);
+LV_API void lvInitializeGeometryLight(void);
+LV_API void lvInitializeRenderer(void);
+LV_API void lvInitializeShaders(void);
+LV_API void lvInitializeSkyLight(void);
+LV_API void lvFinalizeAccelerator(void);
+LV_API void lvFinalizeCameras(void);
+LV_API void lvFinalizeGaffer(void);
+LV_API void lvFinalizeGeometryLight(void);
+LV_API void lvFinalizeRenderer(void);
+LV_API void lvFinalizeShaders(void);
+LV_API void lvFinalizeSkyLight(void);
+
+/* Renderer. */
+LV_API void lvSetRendererBounce(int bounce);
+LV_API void lvSetRendererClamp(float r, float g, float b);
+LV_API void lvSetRendererDistance(float distance);
+LV_API void lvSetRendererPhotonDepth(int depth);
+LV_API void lvSetRendererRadius(float radius);
+LV_API void lvSetRendererRayDepth(int depth);
+LV_API void lvSetRendererResolution(float resolution);
+LV_API void lvSetRendererSample(int sample);
+LV_API void lvSetDisplayGamma(float gamma);
+LV_API void lvSetPreviewWindow(bool on);
+
+/* Cameras. Pose setters write the pose that lvSetCameraTime selected. */
+LV_API int lvAddCamera(void);
+LV_API void lvSetCameraName(int camera, const char* name);
+LV_API void lvSetCameraResolution(int camera, int width, int height);
+LV_API void lvSetCameraRegion(int camera, int left, int top, int right, int bottom);
+LV_API void lvSetCameraSample(int camera, int sample);
+LV_API void lvSetCameraExposure(int camera, float r, float g, float b);
+LV_API void lvSetCameraProjection(int camera, Projection projection);
+LV_API void lvSetCameraAngleMeasure(int camera, AngleMeasure measure);
+LV_API void lvSetCameraTime(int camera, float t);
+LV_API void lvSetCameraPosition(int camera, float x, float y, float z);
+LV_API void lvSetCameraTarget(int camera, float x, float y, float z);
+LV_API void lvSetCameraUpVector(int camera, float x, float y, float z);
+LV_API void lvSetCameraBokeh(int camera, float bokeh);
+LV_API void lvSetCameraFOV(int camera, float degrees);
+
+/* Camera AOVs. AOV 0 of every camera is its beauty image. */
+LV_API int lvAddCameraAOV(int camera);
+LV_API void lvSetCameraAOVChannel(int camera, int aov, Channel channel);
+LV_API void lvSetCameraAOVName(int camera, int aov, const char* name);
+LV_API void lvSetCameraAOVUserData(int camera, int aov, const char* data);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

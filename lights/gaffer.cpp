@@ -1,0 +1,5 @@
+// The gaffer stage: point and parallel lights.
+#include "core/stages.h"
+
+void prepareGaffer() {}
+void releaseGaffer() {}

@@ -1,0 +1,80 @@
+// The renderer stage: limits, the mode banner, the photon cast and its
+// report, and the renderer's setters.
+#include <cstring>
+
+#include "core/clock.h"
+#include "core/registry.h"
+#include "core/report.h"
+#include "core/stages.h"
+#include "lv.h"
+
+namespace {
+
+void castPhotons() {
+    // Parallel lights, point lights, the geometry light, then the sky; the
+    // casts arrive with the photon subsystem.
+}
+
+void buildPhotonTree() {}
+
+}  // namespace
+
+void prepareRenderer() {
+    for (float& c : registry.clamp)
+        if (c < 0.0f) c = 0.0f;
+    registry.currentCameraRecord = registry.currentCamera < int(registry.cameras.size())
+                                       ? &registry.cameras[size_t(registry.currentCamera)]
+                                       : nullptr;
+    std::memset(registry.threadRays, 0, sizeof registry.threadRays);
+    std::memset(registry.threadShadowRays, 0, sizeof registry.threadShadowRays);
+
+    if (registry.ray_depth < 2) registry.ray_depth = 1;
+    if (registry.photon_depth < 2) registry.photon_depth = 1;
+    if (registry.bounce < 2) registry.bounce = 1;
+
+    if (registry.distance <= 0.0f || registry.resolution <= 0.0f) {
+        reportMessage("unidirectional path tracing");
+    } else {
+        registry.final_gather_mode = true;
+        reportMessage("progressive final gathering");
+    }
+    reportRule();
+
+    uint64_t t0 = systemTime100ns();
+    castPhotons();
+    uint64_t t1 = systemTime100ns();
+    reportReal("photon cast   ", double(t1 - t0) / 10000000.0, "seconds");
+    reportReal("photon radius ", registry.radius, "m");
+    reportRule();
+
+    buildPhotonTree();
+
+    registry.skyLight.workingSample = registry.rendererSample;
+    registry.geometryLight.workingSample = registry.rendererSample;
+    reportCount("renderer sample", registry.rendererSample, "n/a");
+    reportRule();
+}
+
+void releaseRenderer() {
+    registry.radius = 1.0f;
+    resetRendererValues();
+}
+
+extern "C" {
+
+LV_API void lvSetRendererBounce(int bounce) { registry.bounce = bounce; }
+LV_API void lvSetRendererClamp(float r, float g, float b) {
+    registry.clamp[0] = r;
+    registry.clamp[1] = g;
+    registry.clamp[2] = b;
+}
+LV_API void lvSetRendererDistance(float distance) { registry.distance = distance; }
+LV_API void lvSetRendererPhotonDepth(int depth) { registry.photon_depth = depth; }
+LV_API void lvSetRendererRadius(float radius) { registry.radius = radius; }
+LV_API void lvSetRendererRayDepth(int depth) { registry.ray_depth = depth; }
+LV_API void lvSetRendererResolution(float resolution) { registry.resolution = resolution; }
+LV_API void lvSetRendererSample(int sample) { registry.rendererSample = sample; }
+LV_API void lvSetDisplayGamma(float gamma) { registry.displayGamma = gamma; }
+LV_API void lvSetPreviewWindow(bool on) { registry.previewWindow = on; }
+
+}  // extern "C"

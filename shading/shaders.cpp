@@ -1,0 +1,6 @@
+// Shader preparation and release. The shader records and their layers come
+// with the shading subsystem; the stage stands in its place until then.
+#include "core/stages.h"
+
+void prepareShaders() {}
+void releaseShaders() {}

@@ -1,0 +1,5 @@
+// Placeholder until the image list lands.
+#include "core/stages.h"
+
+void prepareTextures() {}
+void releaseTextures() {}
