@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Builds lumivane and renders the bundled example scene into examples/cornell.
+set -euo pipefail
+source "$(dirname "$0")/deps.sh"
+lv_install_missing
+mkdir -p "$lv_root/build"
+lv_build "$lv_root/build" -DLV_TESTS=OFF -DLV_BENCH=OFF
+"$lv_root/build/lumivane" "$lv_root/examples/cornell"
+echo "images written to examples/cornell/"
