@@ -9,6 +9,7 @@
 #include "core/report.h"
 #include "core/stages.h"
 #include "lv.h"
+#include "shading/shader.h"
 
 namespace {
 
@@ -86,9 +87,10 @@ LV_API void lvFinalize(void) {
 
 namespace {
 
+// The grey diffuse default that every unresolved shader reference falls back to.
 void addDefaultShader() {
-    // The shader records arrive with the shading subsystem; until then the
-    // default "undefined" shader at index 0 has nothing to hold.
+    const int index = FindShader("undefined");
+    registry.shaders[size_t(index)] = Shader{};
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 
 #include "core/constants.h"
 #include "core/records.h"
+#include "geometry/object.h"
+#include "shading/shader.h"
 
 // Values of the geometry light that its stage puts back.
 struct GeometryLightValues {
@@ -35,6 +37,8 @@ struct SkyLightValues {
 struct Registry {
     // Record arrays, addressed by int index.
     std::vector<Camera> cameras;
+    std::vector<Shader> shaders;
+    std::vector<Object> objects;
     std::vector<ImageRecord> textures;
     std::vector<std::string> imagePaths;
     std::vector<std::string> geometryPaths;

@@ -38,6 +38,13 @@ void reportReal(const std::string& label, double value, const std::string& unit)
     out() << '\n' << std::flush;
 }
 
+void reportCountAndSize(const std::string& label, long long count, double size, const std::string& unit) {
+    out() << label << ' ' << std::right << std::setfill(' ') << std::setw(16) << count << ' ';
+    realField(size);
+    unitTail(unit);
+    out() << '\n' << std::flush;
+}
+
 void reportVector(const std::string& label, double x, double y, double z, const std::string& unit) {
     out() << label << ' ';
     for (double v : {x, y, z}) {

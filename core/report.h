@@ -12,3 +12,5 @@ void reportPair(const std::string& label1, double value1, const std::string& uni
                 const std::string& label2, double value2, const std::string& unit2);
 void reportWarning(const std::string& text);
 void reportError(const std::string& text);
+// A value line with a count and a real size after it: label, count, size, unit.
+void reportCountAndSize(const std::string& label, long long count, double size, const std::string& unit);

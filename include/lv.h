@@ -150,6 +150,25 @@ LV_API void lvSetCameraAOVChannel(int camera, int aov, Channel channel);
 LV_API void lvSetCameraAOVName(int camera, int aov, const char* name);
 LV_API void lvSetCameraAOVUserData(int camera, int aov, const char* data);
 
+/* Objects, their parts and instances. A count below 1 adds nothing. Triangles
+ * and tetragons take the shader that lvSetShaderID last set on their part. */
+LV_API int lvAddObject(void);
+LV_API void lvSetObjectName(int object, const char* name);
+LV_API int lvAddPart(int object);
+LV_API void lvSetShaderID(int object, int part, int shader);
+LV_API int lvAddInstance(int object);
+LV_API void lvSetInstance(int object, int instance, int source, float (*matrix)[4]);
+LV_API void lvAddPositions(int object, int part, int count, const float* xyz);
+LV_API void lvAddNormals(int object, int part, int count, const float* xyz);
+LV_API void lvAddTangents(int object, int part, int count, const float* xyz);
+LV_API void lvAddUVs(int object, int part, int count, const float* uv);
+LV_API void lvAddRadii(int object, int part, int count, const float* radii);
+LV_API void lvAddParticles(int object, int part, int count, const int* indices);
+LV_API void lvAddCylinders(int object, int part, int count, const int* indices);
+LV_API void lvAddTriangles(int object, int part, int count, const int* indices);
+LV_API void lvAddTetragons(int object, int part, int count, const int* indices);
+LV_API void lvAddVertexData(int object, int part, const char* name, int count, int components, const float* data);
+
 #ifdef __cplusplus
 }
 #endif

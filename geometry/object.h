@@ -1,0 +1,118 @@
+// What the scene's geometry is made of: objects, their parts and instances,
+// the primitive families and the named per-vertex channels.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "core/constants.h"
+#include "core/distribution.h"
+#include "core/vector.h"
+
+struct Bbox {
+    float min[3] = {kInfinity, kInfinity, kInfinity};
+    float max[3] = {-kInfinity, -kInfinity, -kInfinity};
+};
+
+// A direction in three signed bytes; the zero triple means "no direction".
+struct PackedDirection {
+    int8_t x, y, z;
+};
+inline bool operator==(PackedDirection a, PackedDirection b) { return a.x == b.x && a.y == b.y && a.z == b.z; }
+
+PackedDirection packDirection(float x, float y, float z);
+Vector unpackDirection(PackedDirection d);
+
+enum PrimitiveKind : uint8_t {
+    kParticle = 1,
+    kCylinder = 2,
+    kTriangle = 3,
+    kTetragon = 4,
+    kInstance = 5,
+};
+
+struct Part;
+
+// One row of an object's sampling table: a face side or an instance.
+struct SurfaceTableEntry {
+    const void* part;   // the owning Part, or the object for an instance row
+    uint8_t kind;
+    uint32_t index;
+    uint8_t front;
+    float weight;
+};
+
+template <typename T>
+struct VertexChannel {
+    std::string name;
+    std::vector<T> elements;
+};
+
+struct Triangle {
+    uint32_t a, b, c;
+    uint32_t shader;
+};
+
+struct Tetragon {
+    uint32_t a, b, c, d;
+    uint32_t shader;
+};
+
+struct UV {
+    float u, v;
+};
+
+struct Part {
+    std::vector<uint32_t> particles;
+    std::vector<uint32_t> cylinders;
+    std::vector<Triangle> triangles;
+    std::vector<Tetragon> tetragons;
+    std::vector<uint32_t> strandSizes;
+    std::vector<VertexChannel<Vector>> vectorChannels;
+    std::vector<VertexChannel<UV>> uvChannels{{"uv", {}}};
+    std::vector<VertexChannel<float>> scalarChannels{{"radius", {}}};
+    std::vector<Vector> positions;
+    std::vector<PackedDirection> normals;
+    std::vector<PackedDirection> tangents;
+    std::string name = "undefined";
+    std::string shaderName = "undefined";
+    uint32_t shader = 0;
+    uint8_t hasMotion = 0;
+};
+
+struct Instance {
+    float toWorld[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    float toLocal[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    float normalMatrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    float directionMatrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    Bbox bounds;
+    uint32_t target = 0xFFFFFFFFu;
+    std::string targetName;
+    std::string shaderName;
+};
+
+struct Object {
+    Bbox bounds;
+    double sahCost = 0.0;
+    float photonArea = 0.0f;
+    float lightArea = 0.0f;
+    uint32_t level = 0;
+    std::string name;
+    std::string secondName;
+    uint32_t defaultShader = 0;
+    std::vector<Part> parts;
+    std::vector<Instance> instances;
+    std::vector<SurfaceTableEntry> photonTable;
+    Distribution photonDistribution;
+    std::vector<SurfaceTableEntry> lightTable;
+    Distribution lightDistribution;
+    uint8_t referenced = 0;
+    uint8_t hasMotion = 0;
+};
+
+// Reports mixed primitive families and per-vertex arrays of another length
+// than the positions, and gives "undefined"-shaded faces the part's shader.
+void checkPart(Part& part);
+// The object's statistics block: counts, memory and its box.
+void reportObject(const Object& object);

@@ -1,0 +1,153 @@
+// Compiling raw face lists into a part: degenerate triangles dropped, normals
+// oriented and quantised, corners deduplicated through a vertex table.
+#include <bit>
+#include <cstring>
+#include <vector>
+
+#include "core/report.h"
+#include "scene/geometry_reader.h"
+
+namespace {
+
+constexpr uint32_t kBuckets = 262144;
+
+uint32_t bitsOf(float f) { return std::bit_cast<uint32_t>(f); }
+
+// Deduplicates the vertices of one part: a corner matches a vertex when
+// position, normal, tangent and UV agree bit for bit.
+class VertexTable {
+public:
+    VertexTable(Part& part, bool withUvs, bool withNormals, bool withTangents)
+        : part_(part), withUvs_(withUvs), withNormals_(withNormals), withTangents_(withTangents),
+          head_(kBuckets, -1) {}
+
+    uint32_t vertex(Vector p, UV uv, PackedDirection n, PackedDirection t) {
+        const uint32_t bucket =
+            (bitsOf(p.x) * 15485843u + bitsOf(p.y) * 15485849u + bitsOf(p.z) * 15485857u) & 0x3ffffu;
+        for (int32_t i = head_[bucket]; i >= 0; i = next_[size_t(i)]) {
+            const Key& k = keys_[size_t(i)];
+            if (k.p[0] == bitsOf(p.x) && k.p[1] == bitsOf(p.y) && k.p[2] == bitsOf(p.z) && k.n == n && k.t == t &&
+                k.uv[0] == bitsOf(uv.u) && k.uv[1] == bitsOf(uv.v))
+                return uint32_t(i);
+        }
+        const int32_t index = int32_t(keys_.size());
+        keys_.push_back({{bitsOf(p.x), bitsOf(p.y), bitsOf(p.z)}, n, t, {bitsOf(uv.u), bitsOf(uv.v)}});
+        next_.push_back(head_[bucket]);
+        head_[bucket] = index;
+        part_.positions.push_back(p);
+        if (withUvs_) part_.uvChannels[0].elements.push_back(uv);
+        if (withNormals_) part_.normals.push_back(n);
+        if (withTangents_) part_.tangents.push_back(t);
+        return uint32_t(index) + base_;
+    }
+
+    void setBase(uint32_t base) { base_ = base; }
+
+private:
+    struct Key {
+        uint32_t p[3];
+        PackedDirection n, t;
+        uint32_t uv[2];
+    };
+    Part& part_;
+    bool withUvs_, withNormals_, withTangents_;
+    uint32_t base_ = 0;
+    std::vector<int32_t> head_;
+    std::vector<int32_t> next_;
+    std::vector<Key> keys_;
+};
+
+template <int N, typename Raw>
+bool positionsValid(const Raw& raw, size_t count) {
+    for (int i = 0; i < N; ++i)
+        if (raw.position[i] < 0 || size_t(raw.position[i]) >= count) return false;
+    return true;
+}
+
+// Fetches the corners of one raw face and turns them into vertex indices.
+// Returns false for a face that references no usable corners.
+template <int N, typename Raw>
+void compileCorners(const GeometryReader& r, const Raw& raw, VertexTable& table, uint32_t out[N]) {
+    Vector p[N];
+    for (int i = 0; i < N; ++i) p[i] = r.positions[size_t(raw.position[i])];
+    UV uv[N];
+    for (int i = 0; i < N; ++i)
+        uv[i] = uint32_t(raw.uv[i]) < r.uvs.size() ? r.uvs[size_t(raw.uv[i])] : UV{0.0f, 0.0f};
+
+    PackedDirection n[N] = {};
+    if (!r.normals.empty()) {
+        const Vector g = normalized(cross(p[1] - p[0], p[2] - p[0]));
+        Vector v[N];
+        bool valid[N];
+        bool allAway = true;
+        for (int i = 0; i < N; ++i) {
+            valid[i] = uint32_t(raw.normal[i]) < r.normals.size();
+            v[i] = valid[i] ? r.normals[size_t(raw.normal[i])] : zero;
+            allAway = allAway && valid[i] && dot(v[i], g) < 0.0f;
+        }
+        for (int i = 0; i < N; ++i) {
+            if (!valid[i]) continue;
+            const Vector w = allAway ? -v[i] : v[i];
+            n[i] = packDirection(w.x, w.y, w.z);
+        }
+    }
+    PackedDirection t[N] = {};
+    if (!r.tangents.empty())
+        for (int i = 0; i < N; ++i)
+            if (uint32_t(raw.tangent[i]) < r.tangents.size()) {
+                const Vector v = r.tangents[size_t(raw.tangent[i])];
+                t[i] = packDirection(v.x, v.y, v.z);
+            }
+    for (int i = 0; i < N; ++i) out[i] = table.vertex(p[i], uv[i], n[i], t[i]);
+}
+
+}  // namespace
+
+void compileReader(GeometryReader& r, const std::string& source) {
+    Part& part = *r.part;
+    const bool withUvs = !r.uvs.empty();
+    const bool withNormals = !r.normals.empty();
+    const bool withTangents = !r.tangents.empty();
+    if (!r.rawTriangles.empty() || !r.rawQuadrangles.empty()) {
+        // A part that already holds vertices keeps its channels in step.
+        const size_t before = part.positions.size();
+        if (withUvs) part.uvChannels[0].elements.resize(before);
+        if (withNormals) part.normals.resize(before);
+        if (withTangents) part.tangents.resize(before);
+        VertexTable table(part, withUvs, withNormals, withTangents);
+        table.setBase(uint32_t(before));
+        bool outOfRange = false;
+        part.triangles.reserve(part.triangles.size() + r.rawTriangles.size());
+        for (const RawTriangle& raw : r.rawTriangles) {
+            if (!positionsValid<3>(raw, r.positions.size())) {
+                outOfRange = true;
+                continue;
+            }
+            const Vector p0 = r.positions[size_t(raw.position[0])], p1 = r.positions[size_t(raw.position[1])],
+                         p2 = r.positions[size_t(raw.position[2])];
+            if (p0 == p1 || p1 == p2 || p0 == p2) continue;
+            uint32_t v[3];
+            compileCorners<3>(r, raw, table, v);
+            part.triangles.push_back({v[0], v[1], v[2], uint32_t(raw.shader)});
+        }
+        for (const RawQuadrangle& raw : r.rawQuadrangles) {
+            if (!positionsValid<4>(raw, r.positions.size())) {
+                outOfRange = true;
+                continue;
+            }
+            uint32_t v[4];
+            compileCorners<4>(r, raw, table, v);
+            part.tetragons.push_back({v[0], v[1], v[2], v[3], uint32_t(raw.shader)});
+        }
+        if (outOfRange) {
+            reportError("object - face index out of range in " + source);
+            reportRule();
+        }
+    }
+    r.positions = {};
+    r.uvs = {};
+    r.tangents = {};
+    r.normals = {};
+    r.rawTriangles = {};
+    r.rawQuadrangles = {};
+}

@@ -1,0 +1,41 @@
+// The transient state of one geometry load: the raw lists that a file reader
+// fills and that compiling turns into a part's deduplicated vertex arrays.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "geometry/object.h"
+
+// Position, UV, normal and tangent indices of three corners, then the shader;
+// -1 marks a missing attribute.
+struct RawTriangle {
+    int32_t position[3], uv[3], normal[3], tangent[3];
+    int32_t shader;
+};
+
+struct RawQuadrangle {
+    int32_t position[4], uv[4], normal[4], tangent[4];
+    int32_t shader;
+};
+
+struct GeometryReader {
+    Part* part = nullptr;
+    bool warnedPolygons = false;
+    bool warnedDegenerate = false;
+    std::vector<Vector> positions;
+    std::vector<UV> uvs;
+    std::vector<Vector> tangents;   // no file format fills it
+    std::vector<Vector> normals;
+    std::vector<RawTriangle> rawTriangles;
+    std::vector<RawQuadrangle> rawQuadrangles;
+    int32_t smoothing = 0;
+    std::string uvTexture, unusedTexture, positionTexture, normalTexture, tangentTexture, triangleTexture;
+};
+
+// Reads an OBJ file into the reader's raw lists.
+void readObj(GeometryReader& reader, const std::string& fileName);
+// Compiles the raw lists into the reader's part and releases them. Faces that
+// index past the position list are dropped with one error line for `source`.
+void compileReader(GeometryReader& reader, const std::string& source);

@@ -1,0 +1,141 @@
+// Objects, parts and instances through the exported family, the part checks
+// and the object report.
+#include <gtest/gtest.h>
+
+#include "capture.h"
+#include "core/registry.h"
+#include "geometry/object.h"
+#include "lv.h"
+
+namespace {
+
+class ObjectTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ReportCapture quiet;
+        lvStartup();
+    }
+    void TearDown() override {
+        ReportCapture quiet;
+        lvFinalize();
+        lvShutdown();
+    }
+};
+
+TEST(PackDirection, ScalesClampsAndKeepsZero) {
+    EXPECT_EQ(packDirection(1, 0, 0), (PackedDirection{127, 0, 0}));
+    EXPECT_EQ(packDirection(-1, 0, 0), (PackedDirection{-127, 0, 0}));
+    EXPECT_EQ(packDirection(0, 0, 0), (PackedDirection{0, 0, 0}));
+    EXPECT_EQ(packDirection(0, 3, 4), (PackedDirection{0, 76, 102}));   // 0.6 and 0.8 times 128, truncated
+    const Vector v = unpackDirection(packDirection(0, 3, 4));
+    EXPECT_NEAR(v.y, 0.6f, 0.01f);
+    EXPECT_NEAR(v.z, 0.8f, 0.01f);
+    EXPECT_EQ(unpackDirection({0, 0, 0}), zero);
+}
+
+TEST_F(ObjectTest, AddsFollowTheirArgumentRules) {
+    const int o = lvAddObject();
+    const int p = lvAddPart(o);
+    Part& part = registry.objects[size_t(o)].parts[size_t(p)];
+    EXPECT_EQ(part.scalarChannels.size(), 1u);
+    EXPECT_EQ(part.scalarChannels[0].name, "radius");
+    EXPECT_EQ(part.uvChannels[0].name, "uv");
+    EXPECT_EQ(part.name, "undefined");
+
+    const float xyz[] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+    const int tri[] = {0, 1, 2};
+    lvAddPositions(o, p, 3, xyz);
+    lvAddTriangles(o, p, 0, tri);
+    EXPECT_TRUE(registry.objects[0].parts[0].triangles.empty());
+    lvSetShaderID(o, p, 5);
+    lvAddTriangles(o, p, 1, tri);
+    lvSetShaderID(o, p, 6);
+    const int quad[] = {0, 1, 2, 0};
+    lvAddTetragons(o, p, 1, quad);
+    Part& filled = registry.objects[0].parts[0];
+    EXPECT_EQ(filled.triangles[0].shader, 5u);
+    EXPECT_EQ(filled.tetragons[0].shader, 6u);
+
+    lvAddVertexData(o, p, "weights", 0, 1, nullptr);   // a count of 0 still makes the channel
+    lvAddVertexData(o, p, "four", 3, 4, xyz);          // four components make nothing
+    lvAddVertexData(o, p, "colour", 3, 3, xyz);
+    EXPECT_EQ(filled.scalarChannels.size(), 2u);
+    EXPECT_EQ(filled.scalarChannels[1].name, "weights");
+    ASSERT_EQ(filled.vectorChannels.size(), 1u);
+    EXPECT_EQ(filled.vectorChannels[0].elements[1], (Vector{1, 0, 0}));
+}
+
+TEST_F(ObjectTest, SetInstanceKeepsTheMatrixWhenNoneIsGiven) {
+    const int o = lvAddObject();
+    const int i = lvAddInstance(o);
+    float m[3][4] = {{1, 0, 0, 5}, {0, 1, 0, 6}, {0, 0, 1, 7}};
+    lvSetInstance(o, i, 3, m);
+    lvSetInstance(o, i, 4, nullptr);
+    const Instance& in = registry.objects[0].instances[0];
+    EXPECT_EQ(in.target, 4u);
+    EXPECT_EQ(in.targetName, "particles");
+    EXPECT_EQ(in.toWorld[3], 5.0f);
+    EXPECT_EQ(in.toWorld[11], 7.0f);
+    EXPECT_EQ(in.toWorld[15], 1.0f);   // the fourth row stays the identity's
+}
+
+TEST_F(ObjectTest, CheckPartReportsMixedFamiliesAndShortArraysOnce) {
+    Part part;
+    part.positions.resize(10);
+    part.normals.resize(9);
+    part.tangents.resize(8);
+    part.particles = {0};
+    part.cylinders = {0};
+    part.triangles = {{0, 1, 2, 0}};
+    ReportCapture capture;
+    checkPart(part);
+    const auto lines = capture.lines();
+    const std::string rule(80, '_');
+    const std::string mixed = "error :( \tobject - mixed types (ex. cylinders and triangles in the same group) ";
+    const std::vector<std::string> expected = {mixed, rule, "", mixed, rule, "", mixed, rule, "",
+                                               "error :( \tobject - different size of per vertex data array", rule, ""};
+    EXPECT_EQ(lines, expected);
+
+    Part quiet;
+    quiet.positions.resize(3);   // the empty radius and uv channels do not count
+    ReportCapture none;
+    checkPart(quiet);
+    EXPECT_EQ(none.text(), "");
+}
+
+TEST_F(ObjectTest, CheckPartGivesUndefinedFacesThePartShader) {
+    registry.shaders[0].name = "undefined";
+    registry.shaders.push_back(Shader{});
+    registry.shaders[1].name = "red";
+    Part part;
+    part.shader = 1;
+    part.triangles = {{0, 1, 2, 0}, {0, 1, 2, 1}};
+    checkPart(part);
+    EXPECT_EQ(part.triangles[0].shader, 1u);
+    EXPECT_EQ(part.triangles[1].shader, 1u);
+
+    registry.shaders[0].name = "named";
+    part.shader = 1;
+    part.triangles = {{0, 1, 2, 0}};
+    checkPart(part);
+    EXPECT_EQ(part.triangles[0].shader, 0u);
+}
+
+TEST_F(ObjectTest, ReportObjectPrintsItsRowsAndBox) {
+    Object object;
+    object.parts.resize(1);
+    object.parts[0].positions.resize(4);
+    object.parts[0].triangles.resize(2);
+    object.bounds = Bbox{{-1, 0, 0}, {1, 2, 4}};
+    ReportCapture capture;
+    reportObject(object);
+    const auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 16u);
+    EXPECT_EQ(lines[0], "positions                4           0.0000 [ M bytes ]");
+    EXPECT_EQ(lines[7], "triangles                2           0.0000 [ M bytes ]");
+    EXPECT_EQ(lines[10], "bbox size             2.0000           2.0000           4.0000 [ m ]");
+    EXPECT_EQ(lines[13], "bbox center           0.0000           1.0000           2.0000 [ n/a ]");
+    EXPECT_EQ(lines[14], std::string(80, '_'));
+}
+
+}  // namespace
