@@ -1,4 +1,7 @@
 // The OBJ subset: v, vn, vt, f, s, g and usemtl in the first column.
+#include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,28 +17,60 @@ constexpr size_t kLineLimit = 4096;
 bool isSeparator(char c) { return c == ' ' || c == '\t' || c == '\r'; }
 bool isEnd(char c) { return c == '\0' || c == '\n'; }
 
+// The end of the token that starts at p: the next blank, tab, carriage
+// return, newline or NUL, and for face numbers also '/'.
+const char* tokenEnd(const char* p, bool slash) {
+    while (!isEnd(*p) && !isSeparator(*p) && !(slash && *p == '/')) ++p;
+    return p;
+}
+
+// A token read as the C library's text-to-double reads it. The common decimal
+// forms take the correctly rounded fast path; signs and hexadecimal forms go
+// to the library itself.
+double parseDouble(const char* first, const char* last) {
+    if (first == last) return 0.0;
+    if (*first != '+' && std::find_if(first, last, [](char c) { return c == 'x' || c == 'X'; }) == last) {
+        double value = 0.0;
+        const auto result = std::from_chars(first, last, value);
+        if (result.ec == std::errc()) return value;
+        if (result.ptr == first) return 0.0;
+    }
+    char token[kLineLimit];
+    std::memcpy(token, first, size_t(last - first));
+    token[last - first] = '\0';
+    return std::strtod(token, nullptr);
+}
+
+long parseLong(const char* first, const char* last) {
+    if (first == last) return 0;
+    if (*first != '+') {
+        long value = 0;
+        const auto result = std::from_chars(first, last, value);
+        if (result.ec == std::errc()) return value;
+        if (result.ptr == first) return 0;
+    }
+    char token[kLineLimit];
+    std::memcpy(token, first, size_t(last - first));
+    token[last - first] = '\0';
+    return std::strtol(token, nullptr, 10);
+}
+
 // The next token up to a blank, tab or carriage return, read as a double;
 // a missing or malformed token is 0.
 double nextNumber(const char*& p) {
     while (isSeparator(*p)) ++p;
-    char token[kLineLimit];
-    size_t n = 0;
-    while (!isEnd(p[n]) && !isSeparator(p[n])) ++n;
-    std::memcpy(token, p, n);
-    token[n] = '\0';
-    p += n;
-    return std::strtod(token, nullptr);
+    const char* end = tokenEnd(p, false);
+    const double value = parseDouble(p, end);
+    p = end;
+    return value;
 }
 
 // An integer token of a face vertex, ended by '/', blank, tab or carriage return.
 long faceNumber(const char*& p) {
-    char token[kLineLimit];
-    size_t n = 0;
-    while (!isEnd(p[n]) && !isSeparator(p[n]) && p[n] != '/') ++n;
-    std::memcpy(token, p, n);
-    token[n] = '\0';
-    p += n;
-    return std::strtol(token, nullptr, 10);
+    const char* end = tokenEnd(p, true);
+    const long value = parseLong(p, end);
+    p = end;
+    return value;
 }
 
 // 0 stays absent; n > 0 counts from the list's start in this file, n < 0 back
