@@ -1,0 +1,90 @@
+// lvGo: one call that reads a scene directory, prepares it, renders the
+// current camera and releases everything again.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "core/clock.h"
+#include "core/registry.h"
+#include "core/report.h"
+#include "lv.h"
+#include "output/preview.h"
+#include "render/frame.h"
+#include "scene/directory_walk.h"
+
+namespace {
+
+constexpr std::size_t kBannerWidth = 80;
+
+// The build date as "Apr 20 2015". The compiler pads a one-digit day with a
+// blank ("Apr  5 2015"); the banner keeps the fixed form with a zero instead.
+std::string buildDate() {
+    std::string date = __DATE__;
+    if (date.size() > 4 && date[4] == ' ') date[4] = '0';
+    return date;
+}
+
+std::string banner() {
+    std::string text = "            lumivane " + buildDate() + "  physically based rendering";
+    if (text.size() < kBannerWidth) text.append(kBannerWidth - text.size(), ' ');
+    return text;
+}
+
+void addUnlessPresent(std::vector<std::string>& list, const std::string& entry) {
+    if (std::find(list.begin(), list.end(), entry) == list.end()) list.push_back(entry);
+}
+
+}  // namespace
+
+extern "C" {
+
+LV_API void lvGo(const char* directory) {
+    const std::string path = directory ? directory : "";
+
+    lvStartup();
+    reportRule();
+    reportMessage(banner());
+    reportRule();
+
+    // The search lists are plain concatenations: a directory that ends in a
+    // separator names its subfolders "image" and "geometry".
+    registry.imagePaths.clear();
+    addUnlessPresent(registry.imagePaths, path + "image");
+    addUnlessPresent(registry.imagePaths, path);
+    addUnlessPresent(registry.imagePaths, "");
+    registry.geometryPaths.clear();
+    registry.geometryPaths.push_back(path + "geometry");
+    registry.geometryPaths.push_back(path);
+    registry.geometryPaths.push_back("");
+    registry.sceneDirectory = path;
+
+    // Shaders first, so that objects and lights find their shaders by name.
+    const uint64_t t0 = processClockMilliseconds();
+    for (const char* subdirectory : {"/shader", "/render", "/light", "/camera", "/geometry"})
+        walkSceneDirectory(path + subdirectory);
+    const uint64_t t1 = processClockMilliseconds();
+    reportReal("scene parsing", double(t1 - t0) / 1000.0, "seconds");
+    reportRule();
+
+    lvInitialize();
+    registry.frameCounter = 0;
+
+    // A scene without a camera has nothing to render: it goes straight to
+    // the release.
+    const Camera* camera = registry.currentCameraRecord;
+    if (camera) {
+        if (registry.previewWindow) {
+            runPreview();
+            reportMessage("         click to close the preview window. happy rendering. thank you!         ");
+            reportRule();
+        } else {
+            const int frames = camera->sample;
+            for (int i = 0; i < frames; ++i) renderFrame();
+        }
+    }
+
+    lvFinalize();
+    lvShutdown();
+}
+
+}  // extern "C"

@@ -1,4 +1,0 @@
-// Placeholder until image writing lands.
-#include "core/stages.h"
-
-void writeImage(const ImageRecord&) {}

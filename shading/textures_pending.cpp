@@ -1,5 +1,0 @@
-// Placeholder until the image list lands.
-#include "core/stages.h"
-
-void prepareTextures() {}
-void releaseTextures() {}

@@ -1,0 +1,250 @@
+// Camera preparation, pose interpolation and primary rays.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+
+#include "capture.h"
+#include "core/random.h"
+#include "core/registry.h"
+#include "lv.h"
+#include "render/camera.h"
+
+namespace {
+
+constexpr double kPiD = std::numbers::pi;
+
+class CameraTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ReportCapture quiet;
+        lvStartup();
+        registry.cameras.clear();
+        seedHardwareRandom(7);
+    }
+    void TearDown() override {
+        registry.cameras.clear();
+        registry.currentCameraRecord = nullptr;
+        seedHardwareRandom(0);
+    }
+
+    // A camera whose two poses are the same.
+    static int addCamera(int width, int height, Vector position, Vector target, Vector up, float fov) {
+        const int c = lvAddCamera();
+        lvSetCameraResolution(c, width, height);
+        for (float t : {0.0f, 1.0f}) {
+            lvSetCameraTime(c, t);
+            lvSetCameraPosition(c, position.x, position.y, position.z);
+            lvSetCameraTarget(c, target.x, target.y, target.z);
+            lvSetCameraUpVector(c, up.x, up.y, up.z);
+            lvSetCameraBokeh(c, 0.0f);
+            lvSetCameraFOV(c, fov);
+        }
+        return c;
+    }
+    static void prepare() {
+        ReportCapture quiet;
+        lvInitializeCameras();
+    }
+    static Camera& camera(int c) { return registry.cameras[size_t(c)]; }
+};
+
+void expectNear(Vector a, Vector b, float tolerance) {
+    EXPECT_NEAR(a.x, b.x, tolerance);
+    EXPECT_NEAR(a.y, b.y, tolerance);
+    EXPECT_NEAR(a.z, b.z, tolerance);
+}
+
+}  // namespace
+
+TEST_F(CameraTest, PrepareLimitsSampleAndRegion) {
+    const int samples[] = {0, 70000, -5, 100};
+    for (int s : samples) lvSetCameraSample(addCamera(64, 32, zero, {0, 0, -1}, {0, 1, 0}, 60), s);
+    lvSetCameraRegion(0, -5, -3, 2000, 2000);
+    lvSetCameraRegion(1, 2, 3, 10, 8);
+    lvAddCameraAOV(1);
+    prepare();
+    const int expected[] = {1, 65535, 1, 100};
+    for (int c = 0; c < 4; ++c) {
+        EXPECT_EQ(camera(c).sample, expected[c]);
+        EXPECT_FLOAT_EQ(camera(c).inverseSample, 1.0f / float(expected[c]));
+    }
+    auto region = [](const Camera& c) {
+        return std::array<int, 4>{c.regionLeft, c.regionTop, c.regionRight, c.regionBottom};
+    };
+    EXPECT_EQ(region(camera(0)), (std::array<int, 4>{0, 0, 64, 32}));
+    EXPECT_EQ(region(camera(1)), (std::array<int, 4>{2, 3, 10, 8}));
+    EXPECT_EQ(region(camera(2)), (std::array<int, 4>{0, 0, 64, 32}));   // the default covers the sensor
+    // Every AOV gets a zeroed 3-channel float raster of the camera's size.
+    ASSERT_EQ(camera(1).aovs.size(), 2u);
+    for (const Aov& aov : camera(1).aovs) {
+        EXPECT_EQ(aov.width * 100 + aov.height, 6432);
+        ASSERT_EQ(aov.image.floatStore.size(), size_t(64 * 32 * 3));
+        EXPECT_EQ(std::count(aov.image.floatStore.begin(), aov.image.floatStore.end(), 0.0f), 64 * 32 * 3);
+    }
+}
+
+TEST_F(CameraTest, TimeSelectsThePoseAndAnyDifferenceMoves) {
+    const int still = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
+    const int bokeh = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
+    lvSetCameraTime(bokeh, 1.0f);
+    lvSetCameraBokeh(bokeh, 0.5f);
+    const int fov = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
+    lvSetCameraTime(fov, 0.5f);
+    lvSetCameraFOV(fov, 30);
+    EXPECT_EQ(camera(fov).poses[0].fieldOfView, 60.0f);
+    EXPECT_EQ(camera(fov).poses[1].fieldOfView, 30.0f);
+    lvSetCameraTime(still, 0.49f);
+    EXPECT_EQ(camera(still).currentPose, 0);
+    lvSetCameraTime(still, std::nanf(""));
+    EXPECT_EQ(camera(still).currentPose, 1);
+    prepare();
+    EXPECT_EQ(camera(still).moving, 0);
+    EXPECT_EQ(camera(bokeh).moving, 1);
+    EXPECT_EQ(camera(fov).moving, 1);
+}
+
+TEST_F(CameraTest, PoseBasisAndDistances) {
+    const int c = addCamera(100, 50, {1, 2, 3}, {1, 2, -2}, {0, 3, 0}, 90);
+    prepare();
+    const CameraPose& p = camera(c).poses[0];
+    expectNear(p.forward, {0, 0, -1}, 1e-6f);
+    expectNear(p.right, {1, 0, 0}, 1e-6f);
+    expectNear(p.up, {0, 1, 0}, 1e-6f);
+    // Row i of the matrix holds component i of right, forward, up.
+    const float basis[9] = {1, 0, 0, 0, 0, 1, 0, -1, 0};
+    for (int k = 0; k < 9; ++k) EXPECT_NEAR(p.basis[k], basis[k], 1e-6f) << k;
+    EXPECT_NEAR(p.planeDistance, 50.0f, 1e-3f);
+    EXPECT_FLOAT_EQ(p.targetDistance, 5.0f);
+
+    // Degenerate poses stay finite.
+    CameraPose degenerate{};
+    degenerate.fieldOfView = 45;
+    preparePose(degenerate, 100.0f);
+    EXPECT_EQ(degenerate.targetDistance, 1e-5f);
+    for (float v : degenerate.basis) EXPECT_TRUE(std::isfinite(v));
+}
+
+TEST_F(CameraTest, InterpolationBlendsPoses) {
+    const int c = addCamera(100, 50, zero, {0, 0, -4}, {0, 1, 0}, 40);
+    lvSetCameraTime(c, 1.0f);
+    lvSetCameraPosition(c, 4, 0, 0);
+    lvSetCameraTarget(c, 4, 8, -4);
+    lvSetCameraUpVector(c, 1, 0, 0);
+    lvSetCameraBokeh(c, 2.0f);
+    lvSetCameraFOV(c, 80);
+    prepare();
+    const CameraPose q = interpolatePose(camera(c), 0.25f);
+    expectNear(q.position, {1, 0, 0}, 1e-6f);
+    expectNear(q.target, {1, 2, -4}, 1e-6f);
+    EXPECT_FLOAT_EQ(q.bokeh, 0.5f);
+    EXPECT_FLOAT_EQ(q.fieldOfView, 50.0f);
+    EXPECT_NEAR(q.planeDistance, 50.0f / std::tan(25.0f * float(kPiD) / 180.0f), 1e-3f);
+    // Up vectors 90 degrees apart turn along the arc, not the chord.
+    expectNear(q.upVector, {float(std::sin(kPiD / 8)), float(std::sin(3 * kPiD / 8)), 0}, 1e-5f);
+    const float half = float(std::numbers::sqrt2 / 2);
+    expectNear(interpolatePose(camera(c), 0.5f).upVector, {half, half, 0}, 1e-5f);
+
+    // Parallel up vectors blend linearly, lengths included.
+    lvSetCameraUpVector(c, 0, 3, 0);
+    EXPECT_EQ(interpolatePose(camera(c), 0.5f).upVector, (Vector{0, 2, 0}));
+}
+
+TEST_F(CameraTest, RayStartValues) {
+    const int c = addCamera(40, 20, zero, {0, 0, -1}, {0, 1, 0}, 60);
+    lvSetCameraTime(c, 1.0f);
+    lvSetCameraPosition(c, 4, 0, 0);
+    lvSetCameraTarget(c, 4, 0, -1);
+    lvSetCameraSample(c, 4);
+    camera(c).ior = 1.33f;
+    prepare();
+    RayState ray;
+    std::memset(&ray, 0x5A, sizeof ray);
+    generateRay(camera(c), ray, 21, 19, 1);
+    EXPECT_EQ(ray.primitive, 0xFFFFFFFFu);
+    EXPECT_EQ(ray.kind, 255);
+    EXPECT_EQ(ray.throughput, one);
+    EXPECT_EQ(ray.lobe + 10 * ray.earlier_lobe, 66);
+    EXPECT_EQ(ray.split, 4u);
+    EXPECT_FLOAT_EQ(ray.ior, 1.33f);
+    EXPECT_EQ(ray.depth + ray.diffuse_bounces + ray.glossy_bounces + ray.specular_bounces + ray.dimension +
+                  ray.sample_index + ray.thread,
+              0u);
+    EXPECT_EQ(ray.sequence_shift[0], pixelRotation[3][5][0]);   // tile (y mod 16, x mod 16)
+    EXPECT_EQ(ray.sequence_shift[1], pixelRotation[3][5][1]);
+    EXPECT_EQ(registry.threadPixelIndex[0], uint32_t(40 * 19 + 21));
+    EXPECT_EQ(registry.pass_index, 1);
+    // Sample 1 of 4 sits at shutter time 0.375.
+    expectNear(ray.origin, {1.5f, 0, 0}, 1e-6f);
+
+    // An unknown projection leaves the direction alone.
+    camera(c).projection = 2;
+    ray.direction = {9, 9, 9};
+    generateRay(camera(c), ray, 0, 0, 0);
+    EXPECT_EQ(ray.direction, (Vector{9, 9, 9}));
+}
+
+TEST_F(CameraTest, PerspectiveRaysStayInsideTheirPixel) {
+    const int width = 40, height = 20;
+    const int c = addCamera(width, height, {1, 2, 3}, {4, 2, -1}, {0, 1, 0}, 70);
+    prepare();
+    const CameraPose p = interpolatePose(camera(c), 0.5f);
+    for (int pass = 0; pass < 4; ++pass)
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) {
+                RayState ray = freshRay();
+                generateRay(camera(c), ray, x, y, 0);
+                ASSERT_NEAR(dot(ray.direction, ray.direction), 1.0f, 1e-5f);
+                // Back onto the image plane, in pixels from its centre.
+                const float depth = dot(ray.direction, p.forward);
+                ASSERT_GT(depth, 0.0f);
+                const float X = dot(ray.direction, p.right) / depth * p.planeDistance;
+                const float Y = dot(ray.direction, p.up) / depth * p.planeDistance;
+                ASSERT_GE(X, x - width / 2 - 1e-3f) << x << " " << y;
+                ASSERT_LE(X, x - width / 2 + 1 + 1e-3f) << x << " " << y;
+                ASSERT_LE(Y, height / 2 - y + 1e-3f) << x << " " << y;
+                ASSERT_GE(Y, height / 2 - y - 1 - 1e-3f) << x << " " << y;
+            }
+    // The centre pixel looks along forward.
+    RayState ray = freshRay();
+    generateRay(camera(c), ray, width / 2, height / 2, 0);
+    EXPECT_GT(dot(ray.direction, p.forward), std::cos(2.0f / p.planeDistance));
+}
+
+TEST_F(CameraTest, PanoramaCoversTheSphere) {
+    const int width = 64, height = 32;
+    const int c = addCamera(width, height, zero, {0, 0, -1}, {0, 1, 0}, 60);
+    lvSetCameraProjection(c, LV_PROJECTION_SPHERICAL);
+    prepare();
+    const CameraPose p = interpolatePose(camera(c), 0.5f);
+    const float cell = float(kPiD) / height;   // one row in theta, and with width = 2 height one column in phi
+    auto direction = [&](int x, int y) {
+        RayState ray = freshRay();
+        generateRay(camera(c), ray, x, y, 0);
+        return ray.direction;
+    };
+    for (int x = 0; x < width; x += 7) {
+        EXPECT_GE(dot(direction(x, 0), p.up), std::cos(cell) - 1e-5f);
+        EXPECT_GE(-dot(direction(x, height - 1), p.up), std::cos(cell) - 1e-5f);
+    }
+    EXPECT_GE(-dot(direction(width / 4, height / 2), p.right), std::cos(2 * cell) - 1e-5f);
+    EXPECT_GE(dot(direction(width / 2, height / 2), p.forward), std::cos(2 * cell) - 1e-5f);
+    EXPECT_GE(dot(direction(3 * width / 4, height / 2), p.right), std::cos(2 * cell) - 1e-5f);
+
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const Vector d = direction(x, y);
+            ASSERT_NEAR(dot(d, d), 1.0f, 1e-5f);
+            const float theta = std::acos(std::clamp(dot(d, p.up), -1.0f, 1.0f));
+            ASSERT_GE(theta, y * cell - 1e-3f) << x << " " << y;
+            ASSERT_LE(theta, (y + 1) * cell + 1e-3f) << x << " " << y;
+            if (std::sin(theta) < 0.2f) continue;   // the azimuth is ill-defined at the poles
+            float phi = std::atan2(dot(d, p.forward), -dot(d, p.right));
+            if (phi < -float(kPiD) / 2 - 1e-3f) phi += 2 * float(kPiD);
+            ASSERT_GE(phi, x * cell - float(kPiD) / 2 - 1e-3f) << x << " " << y;
+            ASSERT_LE(phi, (x + 1) * cell - float(kPiD) / 2 + 1e-3f) << x << " " << y;
+        }
+}

@@ -1,0 +1,119 @@
+// The object block: names, instances, file keywords that each make a part,
+// and vertex data held in float images.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "capture.h"
+#include "core/registry.h"
+#include "core/stages.h"
+#include "lv.h"
+#include "scene/block_reader.h"
+
+namespace {
+
+class ObjectBlockTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ReportCapture quiet;
+        lvStartup();
+        dir_ = std::filesystem::temp_directory_path() / ("lv_object_block_" + std::to_string(::getpid()));
+        std::filesystem::create_directories(dir_);
+        std::ofstream(dir_ / "quad.obj") << "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nf 1 2 3 4\n";
+        std::ofstream(dir_ / "tri.obj") << "v 0 0 0\nv 1 0 0\nv 0 1 0\nusemtl wood\nf 1 2 3\n";
+    }
+    void TearDown() override {
+        ReportCapture quiet;
+        lvFinalize();
+        lvShutdown();
+        std::filesystem::remove_all(dir_);
+    }
+
+    std::string path(const char* name) const { return (dir_ / name).string(); }
+
+    std::string read(const std::string& text) {
+        std::istringstream in(text);
+        ReportCapture capture;
+        readSceneStream(in);
+        return capture.text();
+    }
+
+    // A float image of one row whose pixels hold the given triples.
+    void writeFloatImage(const char* name, const std::vector<Vector>& pixels) {
+        ImageRecord image;
+        image.name = path(name);
+        SizeImage(image, int(pixels.size()), 1, 3, 32, false);
+        for (size_t i = 0; i < pixels.size(); ++i) StorePixel(image, int(i), pixels[i]);
+        writeImage(image);
+    }
+
+    std::filesystem::path dir_;
+};
+
+TEST_F(ObjectBlockTest, NamesInstancesAndOnePartPerFileKeyword) {
+    read("object\nname \"tree\"\nobj \"" + path("quad.obj") + "\"\nshader \"bark\"\nobj \"" + path("tri.obj") +
+         "\"\nend\n"
+         "object\nname forest\ninstance\nmatrix 1 0 0 2 0 1 0 3 0 0 1 4 0 0 0 1\nobject \"tree\"\nend\n"
+         "instance\nobject tree\nend\nend\n");
+    ASSERT_EQ(registry.objects.size(), 2u);
+    const Object& tree = registry.objects[0];
+    EXPECT_EQ(tree.name, "\"tree\"");   // a bare word keeps its quotes
+    ASSERT_EQ(tree.parts.size(), 2u);
+    EXPECT_EQ(tree.parts[0].tetragons.size(), 1u);
+    EXPECT_EQ(tree.parts[1].triangles.size(), 1u);
+    EXPECT_EQ(tree.defaultShader, uint32_t(FindShader("bark")));
+    EXPECT_EQ(tree.parts[1].triangles[0].shader, uint32_t(FindShader("wood")));
+
+    const Object& forest = registry.objects[1];
+    ASSERT_EQ(forest.instances.size(), 2u);
+    EXPECT_EQ(forest.instances[0].targetName, "\"tree\"");
+    EXPECT_EQ(forest.instances[0].toWorld[3], 2.0f);
+    EXPECT_EQ(forest.instances[0].toWorld[11], 4.0f);
+    EXPECT_EQ(forest.instances[0].target, 0xFFFFFFFFu);
+    EXPECT_EQ(forest.instances[1].targetName, "tree");
+}
+
+TEST_F(ObjectBlockTest, EmptyObjectsStayAndMissingFilesReport) {
+    const std::string report = read("object\nname empty\nend\nobject\nobj \"" + path("absent.obj") + "\"\nend\n");
+    ASSERT_EQ(registry.objects.size(), 2u);
+    EXPECT_TRUE(registry.objects[0].parts.empty());
+    EXPECT_EQ(registry.objects[1].parts.size(), 1u);   // the part stays, empty
+    EXPECT_EQ(report, "error :( \tobject - cannot open " + path("absent.obj") + "\n" + std::string(80, '_') + "\n\n");
+}
+
+TEST_F(ObjectBlockTest, ImageHeldVertexDataNeedsTheTriangleImageLast) {
+    writeFloatImage("positions.pfm", {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
+    writeFloatImage("uvs.pfm", {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
+    auto bits = [](uint32_t i) { return std::bit_cast<float>(i); };
+    writeFloatImage("triangles.pfm", {{bits(0), bits(1), bits(2)}, {bits(2), bits(1), bits(0)}});
+
+    read("object\nposition_texture \"" + path("positions.pfm") + "\"\nend\n");
+    EXPECT_TRUE(registry.objects.back().parts.empty());
+
+    const std::string report = read("object\nposition_texture \"" + path("positions.pfm") + "\"\nuv_texture \"" +
+                                    path("uvs.pfm") + "\"\ntriangle_texture \"" + path("triangles.pfm") + "\"\nend\n");
+    const Object& object = registry.objects.back();
+    ASSERT_EQ(object.parts.size(), 1u);
+    const Part& part = object.parts[0];
+    EXPECT_EQ(part.positions.size(), 3u);
+    EXPECT_EQ(part.uvChannels[0].elements[1].u, 1.0f);
+    ASSERT_EQ(part.triangles.size(), 2u);
+    EXPECT_EQ(part.triangles[1].a, 2u);
+    EXPECT_EQ(part.triangles[1].c, 0u);
+    EXPECT_EQ(report, "3\n2\n");   // position and triangle counts as bare lines
+}
+
+TEST_F(ObjectBlockTest, ParticleImagesGiveCentresAndRadii) {
+    // Two pixels of three channels: one group of four values across the pixel boundary.
+    writeFloatImage("particles.pfm", {{1, 2, 3}, {0.5f, 9, 9}});
+    read("object\nparticle_texture \"" + path("particles.pfm") + "\"\nend\n");
+    const Part& part = registry.objects.back().parts.at(0);
+    ASSERT_EQ(part.particles.size(), 1u);
+    EXPECT_EQ(part.positions[0], (Vector{1, 2, 3}));
+    EXPECT_EQ(part.scalarChannels[0].elements[0], 0.5f);
+}
+
+}  // namespace
