@@ -90,7 +90,11 @@ namespace {
 // The grey diffuse default that every unresolved shader reference falls back to.
 void addDefaultShader() {
     const int index = FindShader("undefined");
-    registry.shaders[size_t(index)] = Shader{};
+    Shader& shader = registry.shaders[size_t(index)];
+    shader = Shader{};
+    shader.layers.emplace_back();
+    shader.layers[0].elements[0].color = {0.85f, 0.85f, 0.85f};
+    shader.layers[0].elements[12].color = {1.0f, 1.0f, 1.0f};
 }
 
 }  // namespace

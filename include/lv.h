@@ -169,6 +169,29 @@ LV_API void lvAddTriangles(int object, int part, int count, const int* indices);
 LV_API void lvAddTetragons(int object, int part, int count, const int* indices);
 LV_API void lvAddVertexData(int object, int part, const char* name, int count, int components, const float* data);
 
+/* Shaders, their surface layers and displacement elements. Shader 0 is the
+ * default "undefined". An image's matrices are stored, yet only the matrices
+ * of a scene file's sampler block are applied. The displacement vector is the
+ * element's colour. lvSetShaderTime has no effect. */
+LV_API int lvAddShader(void);
+LV_API void lvSetShaderName(int shader, const char* name);
+LV_API void lvSetShaderVisibility(int shader, Visibility visibility);
+LV_API void lvSetShaderSmoothAngle(int shader, float angle);
+LV_API void lvSetShaderRoundCorner(int shader, float value);
+LV_API void lvSetShaderTime(int shader, float time);
+LV_API int lvAddSurfaceShader(int shader);
+LV_API void lvSetSurfaceColor(int shader, int layer, Element element, float r, float g, float b);
+LV_API void lvSetSurfaceImage(int shader, int layer, Element element, const char* file, float gamma,
+                              const float (*colorMatrix)[4], const float (*uvMatrix)[3]);
+LV_API void lvSetSurfaceMaterial(int shader, int layer, Material material);
+LV_API void lvSetSurfaceSideness(int shader, int layer, Sideness sideness);
+LV_API void lvSetSurfaceVirtualLight(int shader, int layer, bool flag);
+LV_API int lvAddDisplacementShader(int shader);
+LV_API void lvSetDisplacementImage(int shader, int displacement, const char* file, float gamma,
+                                   const float (*colorMatrix)[4], const float (*uvMatrix)[3]);
+LV_API void lvSetDisplacementLevel(int shader, int displacement, int level);
+LV_API void lvSetDisplacementVector(int shader, int displacement, float x, float y, float z);
+
 #ifdef __cplusplus
 }
 #endif

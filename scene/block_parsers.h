@@ -17,6 +17,10 @@ void parseParallelLightBlock(SceneInput& input);
 void parseObjectBlock(SceneInput& input);
 void parseShaderBlock(SceneInput& input);
 
+// The `volume_shader` block of shaders and of the sky light.
+struct VolumeShader;
+void parseVolumeShaderBlock(SceneInput& input, VolumeShader& volume);
+
 // The `aov` block of cameras and lights, into an Aov that the caller has just
 // appended with the defaults of a new Aov.
 void parseAovBlock(SceneInput& input, Aov& aov);

@@ -1,0 +1,198 @@
+// Shader blocks of scene files, preparation of shaders with its derived
+// flags and report, and the choice of a layer by weight.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "capture.h"
+#include "core/random.h"
+#include "core/registry.h"
+#include "lv.h"
+#include "registry_guard.h"
+#include "scene/block_reader.h"
+#include "shading/shader.h"
+
+namespace {
+
+void readScene(const std::string& text) {
+    std::istringstream file(text);
+    readSceneStream(file);
+}
+
+// A scene under its own registry, started and released as a host would.
+class ShaderTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ReportCapture quiet;
+        lvStartup();
+    }
+    void TearDown() override {
+        ReportCapture quiet;
+        lvFinalize();
+    }
+
+private:
+    RegistryGuard guard_;
+};
+
+}  // namespace
+
+TEST_F(ShaderTest, BlocksReplaceRecordsByName) {
+    const int wood = FindShader("wood");   // mentioned before its definition
+    readScene(
+        "shader\n name \"wood\"\n opacity 0.5\n surface_shader\n  lambertian\n   color 1 0 0\n  end\n end\nend\n"
+        "shader\n surface_shader\n  emissive\n   color 2 2 2\n  end\n end\nend\n"
+        "shader\n name \"wood\"\n"
+        " surface_shader\n  sideness back\n  window 2\n  virtual_light 1\n"
+        "  glossy\n   color 0.5 0.5 0.5\n   image \"grain.png\"\n"
+        "   sampler\n    pixel_sampler \"stochastic\"\n    uv_matrix 1 2 3 4 5 6 7 8\n    lambertian\n   end\n"
+        "  end\n end\n"
+        " surface_shader\n  sideness \"face\"\n  window 1\n end\n"
+        " geometry_shader\n  vector\n   color 1 0 0\n  end\n  vector\n   level 3\n  end\n"
+        "  light_primary 0\n  camera_primary 1\n end\n"
+        " volume_shader\n  transmittance 0.5 0.25 1\n  medium_id 7\n"   // no end: takes the shader's
+        "end\n");
+
+    ASSERT_EQ(registry.shaders.size(), 2u);
+    // A block without a name replaces the default shader.
+    EXPECT_EQ(registry.shaders[0].name, "undefined");
+    ASSERT_EQ(registry.shaders[0].layers.size(), 1u);
+    EXPECT_EQ(registry.shaders[0].layers[0].elements[4].color, (Color{2, 2, 2}));
+    EXPECT_EQ(registry.shaders[0].layers[0].elements[0].color, zero);
+
+    // The second "wood" replaces the first wholesale, at the index of the mention.
+    const Shader& s = registry.shaders[size_t(wood)];
+    EXPECT_EQ(s.name, "wood");
+    EXPECT_EQ(s.opacity, 1.0f);
+    ASSERT_EQ(s.layers.size(), 2u);
+    const SurfaceShader& back = s.layers[0];
+    EXPECT_EQ(back.elements[0].color, zero);
+    EXPECT_EQ(back.sideness, 2);   // an unquoted word reads as nothing
+    EXPECT_FALSE(back.window);
+    EXPECT_TRUE(back.virtual_light);
+    EXPECT_EQ(back.elements[2].image, "grain.png");
+    const Sampler& sampler = back.elements[2].sampler;
+    EXPECT_EQ(sampler.pixel_sampler, kSamplerStochastic);
+    EXPECT_EQ(sampler.uv_matrix[7], 8.0f);
+    EXPECT_EQ(sampler.uv_matrix[8], 1.0f);
+    EXPECT_FALSE(sampler.uvMatrixIdentity);
+    EXPECT_TRUE(sampler.colorMatrixIdentity);
+    EXPECT_EQ(back.elements[12].color, one);
+    EXPECT_EQ(s.layers[1].sideness, 0);
+    EXPECT_TRUE(s.layers[1].window);
+
+    ASSERT_EQ(s.geometry.vector.size(), 2u);
+    EXPECT_EQ(s.geometry.vector[0].color, (Color{1, 0, 0}));
+    EXPECT_EQ(s.geometry.vector[1].level, 3);
+    EXPECT_EQ(s.geometry.visibility, 1);
+    EXPECT_EQ(s.volume.transmittance, (Color{0.5f, 0.25f, 1.0f}));
+    EXPECT_EQ(s.volume.medium_id, 7u);
+}
+
+TEST_F(ShaderTest, PreparationDerivesFlagsAndReports) {
+    ImageRecord glow;
+    glow.name = "glow.png";
+    glow.loaded = 1;
+    registry.textures.push_back(glow);
+
+    auto addLayer = [](int shader, Element element, float value) {
+        const int layer = lvAddSurfaceShader(shader);
+        lvSetSurfaceColor(shader, layer, element, value, value, value);
+        return layer;
+    };
+    const int faint = lvAddShader();   // one face layer, barely emissive
+    const int faintLayer = addLayer(faint, LV_ELEMENT_EMISSIVE, 0.0005f);
+    lvSetSurfaceColor(faint, faintLayer, LV_ELEMENT_LAMBERTIAN, 0.5f, 0.5f, 0.5f);
+    lvSetSurfaceSideness(faint, faintLayer, LV_SIDENESS_FACE);
+    const int imaged = lvAddShader();   // a bright image on a black emission
+    const int imagedLayer = addLayer(imaged, LV_ELEMENT_EMISSIVE, 0.0f);
+    lvSetSurfaceImage(imaged, imagedLayer, LV_ELEMENT_EMISSIVE, "glow.png", 2.2f, nullptr, nullptr);
+    const float uvMatrix[3][3] = {{2, 0, 0}, {0, 2, 0}, {0, 0, 1}};
+    lvSetSurfaceImage(imaged, imagedLayer, LV_ELEMENT_NORMAL, "glow.png", 1.0f, nullptr, uvMatrix);
+    lvSetSurfaceColor(imaged, imagedLayer, LV_ELEMENT_ANGLE, 0.25f, 0.25f, 0.25f);
+    const int gloss = lvAddShader();   // glossy without roughness
+    const int glossLayer = addLayer(gloss, LV_ELEMENT_GLOSSY, 0.5f);
+    lvSetSurfaceColor(gloss, glossLayer, LV_ELEMENT_ANISOTROPY, 0.5f, 0.5f, 0.5f);
+    lvSetShaderRoundCorner(gloss, 5.0f);
+    const int oak = FindShader("oak");   // named, never defined
+
+    ReportCapture capture;
+    lvInitializeShaders();
+    capture.restore();
+
+    const Shader& f = registry.shaders[size_t(faint)];
+    ASSERT_EQ(f.layers.size(), 2u);
+    EXPECT_EQ(f.layers[1].sideness, LV_SIDENESS_BACK);
+    EXPECT_EQ(f.layers[1].elements[0].color, zero);
+    EXPECT_EQ(f.layerCount[kFaceSide], 1);
+    EXPECT_EQ(f.layerCount[kBackSide], 1);
+    EXPECT_EQ(f.layerList[kBackSide][0], 1);
+    EXPECT_FALSE(f.emits[kFaceSide]);
+    EXPECT_TRUE(f.hasLambertian[kFaceSide]);
+    EXPECT_FALSE(f.hasLambertian[kBackSide]);
+    EXPECT_TRUE(f.layers[0].matte_only);
+
+    const Shader& i = registry.shaders[size_t(imaged)];
+    const SurfaceShader& il = i.layers[0];
+    EXPECT_EQ(il.elements[4].imageIndex, 0);
+    EXPECT_FALSE(i.emits[kFaceSide] || i.emits[kBackSide]);
+    EXPECT_TRUE(il.needs_uv && il.has_normal_image && il.needs_tangent && il.has_angle);
+    EXPECT_FALSE(il.matte_only);
+    // A matrix handed to the exported setter is kept but not switched on.
+    EXPECT_EQ(il.elements[7].sampler.uv_matrix[0], 2.0f);
+    EXPECT_TRUE(il.elements[7].sampler.uvMatrixIdentity);
+
+    const Shader& g = registry.shaders[size_t(gloss)];
+    const SurfaceShader& gl = g.layers[0];
+    EXPECT_TRUE(gl.gloss_like && gl.has_glossy);
+    EXPECT_FALSE(gl.has_roughness || gl.has_anisotropy || gl.needs_tangent || gl.matte_only);
+    EXPECT_EQ(g.geometry.round_corner, 1.0f);
+    EXPECT_EQ(g.geometry.reduction, 1.0f);
+
+    // An undefined name becomes the whole default shader, name and all.
+    const Shader& o = registry.shaders[size_t(oak)];
+    EXPECT_EQ(o.name, "undefined");
+    ASSERT_EQ(o.layers.size(), 1u);
+    EXPECT_EQ(o.layers[0].elements[0].color, (Color{0.85f, 0.85f, 0.85f}));
+    EXPECT_TRUE(o.prepared && o.hasLambertian[kBackSide]);
+
+    const unsigned bytes = unsigned(5 * sizeof(Shader));
+    std::ostringstream size;
+    size.setf(std::ios::fixed);
+    size.precision(4);
+    size << double(float(bytes) * 9.536743e-7f);
+    const std::string field = size.str();
+    EXPECT_EQ(capture.lines(), (std::vector<std::string>{
+                                   "shaders  " + std::string(15, ' ') + "5 " + std::string(16 - field.size(), ' ') + field +
+                                       " [ M bytes ]",
+                                   std::string(80, '_'), ""}));
+}
+
+TEST_F(ShaderTest, LayerChoiceFollowsWeights) {
+    const int shader = lvAddShader();
+    const float weights[4][3] = {{1, 1, 1}, {2, 2, 2}, {0, 0, 3}, {50, 50, 50}};
+    for (const auto& w : weights) {
+        const int layer = lvAddSurfaceShader(shader);
+        lvSetSurfaceColor(shader, layer, LV_ELEMENT_WEIGHT, w[0], w[1], w[2]);
+    }
+    lvSetSurfaceSideness(shader, 3, LV_SIDENESS_FACE);   // the heavy one is never on the back
+    const int single = lvAddShader();
+    lvAddSurfaceShader(single);
+    {
+        ReportCapture quiet;
+        lvInitializeShaders();
+    }
+
+    const float uv[2] = {0.5f, 0.5f};
+    seedHardwareRandom(5);
+    const int draws = 40000;
+    int counts[4] = {};
+    for (int n = 0; n < draws; ++n) ++counts[chooseLayer(registry.shaders[size_t(shader)], kBackSide, uv, hardwareRandomFloat())];
+    EXPECT_NEAR(counts[0] / double(draws), 0.25, 0.015);
+    EXPECT_NEAR(counts[1] / double(draws), 0.50, 0.015);
+    EXPECT_NEAR(counts[2] / double(draws), 0.25, 0.015);
+    EXPECT_EQ(counts[3], 0);
+    EXPECT_EQ(chooseLayer(registry.shaders[size_t(shader)], kFaceSide, uv, 0.99f), 3);
+    for (float u : {0.0f, 0.5f, 1.0f}) EXPECT_EQ(chooseLayer(registry.shaders[size_t(single)], kFaceSide, uv, u), 0);
+}
