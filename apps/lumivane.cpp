@@ -14,9 +14,6 @@
 
 #include "lv.h"
 
-#ifndef LUMIVANE_VERSION
-#define LUMIVANE_VERSION "0.1.0"
-#endif
 
 namespace {
 
