@@ -24,35 +24,30 @@ const char* tokenEnd(const char* p, bool slash) {
     return p;
 }
 
-// A token read as the C library's text-to-double reads it. The common decimal
-// forms take the correctly rounded fast path; signs and hexadecimal forms go
-// to the library itself.
-double parseDouble(const char* first, const char* last) {
-    if (first == last) return 0.0;
+// A token read as the C library's text-to-number functions read it. The
+// common decimal forms take the correctly rounded fast path; a leading plus
+// and hexadecimal forms go to the library itself.
+template <typename T, typename Library>
+T parseToken(const char* first, const char* last, Library library) {
+    if (first == last) return T(0);
     if (*first != '+' && std::find_if(first, last, [](char c) { return c == 'x' || c == 'X'; }) == last) {
-        double value = 0.0;
+        T value{};
         const auto result = std::from_chars(first, last, value);
         if (result.ec == std::errc()) return value;
-        if (result.ptr == first) return 0.0;
+        if (result.ptr == first) return T(0);
     }
     char token[kLineLimit];
     std::memcpy(token, first, size_t(last - first));
     token[last - first] = '\0';
-    return std::strtod(token, nullptr);
+    return library(token);
+}
+
+double parseDouble(const char* first, const char* last) {
+    return parseToken<double>(first, last, [](const char* t) { return std::strtod(t, nullptr); });
 }
 
 long parseLong(const char* first, const char* last) {
-    if (first == last) return 0;
-    if (*first != '+') {
-        long value = 0;
-        const auto result = std::from_chars(first, last, value);
-        if (result.ec == std::errc()) return value;
-        if (result.ptr == first) return 0;
-    }
-    char token[kLineLimit];
-    std::memcpy(token, first, size_t(last - first));
-    token[last - first] = '\0';
-    return std::strtol(token, nullptr, 10);
+    return parseToken<long>(first, last, [](const char* t) { return std::strtol(t, nullptr, 10); });
 }
 
 // The next token up to a blank, tab or carriage return, read as a double;
