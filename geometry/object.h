@@ -15,6 +15,8 @@ struct Bbox {
     float max[3] = {-kInfinity, -kInfinity, -kInfinity};
 };
 
+#include "geometry/hierarchy.h"
+
 // A direction in three signed bytes; the zero triple means "no direction".
 struct PackedDirection {
     int8_t x, y, z;
@@ -109,6 +111,14 @@ struct Object {
     Distribution lightDistribution;
     uint8_t referenced = 0;
     uint8_t hasMotion = 0;
+    std::vector<WideNode> wideNodes;
+    std::vector<PrimitiveRef> primitiveRefs;   // in leaf order
+    uint32_t maxWideDepth = 0;
+    std::vector<BbvhNode> bbvhNodes;
+    std::vector<PrimitiveRef> buildRefs;       // in the builder's order
+    uint32_t nodesPerDepth[256] = {};
+    uint32_t nodesFilled[256] = {};
+    std::vector<uint32_t> nodesAtDepth[256];
 };
 
 // Reports mixed primitive families and per-vertex arrays of another length

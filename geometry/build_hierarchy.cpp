@@ -1,0 +1,368 @@
+// The binary tree of an object, built breadth first: each level of the tree
+// is one parallel loop over the tasks of that level, a "wavefront". Splits
+// come from a surface area heuristic over 8 bins per axis; a reference goes
+// to the side whose box holds it, the smaller one when both do.
+#include <immintrin.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <iomanip>
+#include <iostream>
+
+#include "core/clock.h"
+#include "core/report.h"
+#include "geometry/intersect_primitives.h"
+#include "geometry/object.h"
+
+namespace {
+
+struct BuildTask {
+    uint32_t node;
+    uint32_t first;
+    uint32_t count;
+};
+
+constexpr int kBins = 8;
+constexpr int kWaveLimit = 256;
+constexpr uint32_t kLeafLimit = 0xFFFFu;   // a leaf's count has 16 bits
+
+// A reference's box in two lanes of four, x y z and a fourth lane held at 0.
+struct alignas(16) LaneBox {
+    __m128 min, max;
+};
+
+inline LaneBox laneBox(const Bbox& b) {
+    return {_mm_setr_ps(b.min[0], b.min[1], b.min[2], 0.0f), _mm_setr_ps(b.max[0], b.max[1], b.max[2], 0.0f)};
+}
+
+inline Bbox plainBox(const LaneBox& b) {
+    alignas(16) float low[4], high[4];
+    _mm_store_ps(low, b.min);
+    _mm_store_ps(high, b.max);
+    Bbox box;
+    for (int k = 0; k < 3; ++k) box.min[k] = low[k], box.max[k] = high[k];
+    return box;
+}
+
+inline LaneBox emptyLaneBox() { return {_mm_set1_ps(kInfinity), _mm_set1_ps(-kInfinity)}; }
+
+// The union, as growBox has it: a NaN plane keeps the box's own value.
+inline void grow(LaneBox& b, const LaneBox& other) {
+    b.min = _mm_min_ps(other.min, b.min);
+    b.max = _mm_max_ps(other.max, b.max);
+}
+
+// Held on all six planes, limits included.
+inline bool contains(const LaneBox& outer, const LaneBox& inner) {
+    const __m128 ok = _mm_and_ps(_mm_cmpge_ps(inner.min, outer.min), _mm_cmple_ps(inner.max, outer.max));
+    return (_mm_movemask_ps(ok) & 7) == 7;
+}
+
+struct Bin {
+    LaneBox box = emptyLaneBox();
+    uint32_t count = 0;
+};
+
+struct Builder {
+    Object& object;
+    std::vector<LaneBox> boxes;
+    uint32_t nodeCount = 1;
+};
+
+void progressLine(int wave, char end) {
+    std::cout << "tree construction wavefront" << ' ' << std::right << std::setfill(' ') << std::setw(16) << wave
+              << ' ' << "[ n/a ]" << end << std::flush;
+}
+
+uint32_t allocatePair(Builder& builder) {
+    uint32_t a;
+#pragma omp critical(lvBbvhNodeCounter)
+    {
+        a = builder.nodeCount;
+        builder.nodeCount += 2;
+    }
+    return a;
+}
+
+void makeInner(Builder& builder, const BuildTask& task, uint32_t left, std::vector<BuildTask>& out) {
+    const uint32_t a = allocatePair(builder);
+    BbvhNode& node = builder.object.bbvhNodes[task.node];
+    node.first = a;
+    node.count = 0;
+    out.push_back({a, task.first, left});
+    out.push_back({a + 1, task.first + left, task.count - left});
+}
+
+// A run too long for one leaf is halved instead, so that no reference is lost
+// to the 16-bit count.
+void makeLeaf(Builder& builder, const BuildTask& task, std::vector<BuildTask>& out) {
+    if (task.count > kLeafLimit) {
+        makeInner(builder, task, task.count / 2, out);
+        return;
+    }
+    BbvhNode& node = builder.object.bbvhNodes[task.node];
+    node.first = task.first;
+    node.count = uint16_t(task.count);
+}
+
+void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<BuildTask>& out) {
+    std::vector<PrimitiveRef>& refs = builder.object.buildRefs;
+    LaneBox* boxes = builder.boxes.data();
+    const uint32_t first = task.first, count = task.count, end = first + count;
+
+    if (count == 0) {
+        BbvhNode& node = builder.object.bbvhNodes[task.node];
+        node.first = first;
+        node.count = 0;
+        return;
+    }
+
+    // Centroids are half the sum of min and max, per axis.
+    const __m128 half = _mm_set1_ps(0.5f);
+    __m128 low = _mm_set1_ps(kInfinity), high = _mm_set1_ps(-kInfinity);
+    for (uint32_t i = first; i < end; ++i) {
+        const __m128 c = _mm_mul_ps(_mm_add_ps(boxes[i].min, boxes[i].max), half);
+        low = _mm_min_ps(c, low);
+        high = _mm_max_ps(c, high);
+    }
+
+    if (wave >= kWaveLimit - 1 || count < 2) {
+        // The last wave takes whatever is left, however long.
+        BbvhNode& node = builder.object.bbvhNodes[task.node];
+        node.first = first;
+        node.count = uint16_t(count);
+        return;
+    }
+    if ((_mm_movemask_ps(_mm_cmpeq_ps(low, high)) & 7) == 7) {
+        makeLeaf(builder, task, out);
+        return;
+    }
+
+    // bin = truncation of 8 (centroid - min) / extent, clamped to 0..7. An
+    // axis of zero extent gives NaN, which lands in bin 0; it is never
+    // evaluated.
+    const __m128 extentLanes = _mm_sub_ps(high, low);
+    const __m128 eight = _mm_set1_ps(8.0f);
+    const __m128i zeroBin = _mm_setzero_si128(), lastBin = _mm_set1_epi32(kBins - 1);
+    Bin bins[3][kBins];
+    for (uint32_t i = first; i < end; ++i) {
+        const LaneBox& box = boxes[i];
+        const __m128 c = _mm_mul_ps(_mm_add_ps(box.min, box.max), half);
+        const __m128 f = _mm_div_ps(_mm_mul_ps(eight, _mm_sub_ps(c, low)), extentLanes);
+        const __m128i b = _mm_min_epi32(_mm_max_epi32(_mm_cvttps_epi32(f), zeroBin), lastBin);
+        alignas(16) int32_t index[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(index), b);
+        for (int k = 0; k < 3; ++k) {
+            Bin& bin = bins[k][index[k]];
+            grow(bin.box, box);
+            ++bin.count;
+        }
+    }
+
+    alignas(16) float extent[4];
+    _mm_store_ps(extent, extentLanes);
+    float best = kInfinity;
+    LaneBox bestLeft = emptyLaneBox(), bestRight = emptyLaneBox();
+    for (int k = 0; k < 3; ++k) {
+        if (extent[k] == 0.0f) continue;
+        LaneBox leftBox[kBins - 1], rightBox[kBins - 1];
+        uint32_t leftCount[kBins - 1], rightCount[kBins - 1];
+        LaneBox acc = emptyLaneBox();
+        uint32_t n = 0;
+        for (int i = 0; i < kBins - 1; ++i) {
+            grow(acc, bins[k][i].box);
+            n += bins[k][i].count;
+            leftBox[i] = acc;
+            leftCount[i] = n;
+        }
+        acc = emptyLaneBox();
+        n = 0;
+        for (int i = kBins - 2; i >= 0; --i) {
+            grow(acc, bins[k][i + 1].box);
+            n += bins[k][i + 1].count;
+            rightBox[i] = acc;
+            rightCount[i] = n;
+        }
+        for (int i = 0; i < kBins - 1; ++i) {
+            const float cost = halfArea(plainBox(leftBox[i])) * float(leftCount[i]) +
+                               halfArea(plainBox(rightBox[i])) * float(rightCount[i]);
+            if (best > cost) {
+                best = cost;
+                bestLeft = leftBox[i];
+                bestRight = rightBox[i];
+            }
+        }
+    }
+    if (best == kInfinity) {
+        makeLeaf(builder, task, out);
+        return;
+    }
+
+    // Membership by box: a reference that both sides hold goes to the side
+    // with the smaller half area.
+    const bool sharedGoLeft = halfArea(plainBox(bestRight)) > halfArea(plainBox(bestLeft));
+    uint32_t left = 0, right = 0;
+    while (left + right < count) {
+        const uint32_t i = first + left;
+        const bool inLeft = contains(bestLeft, boxes[i]);
+        const bool inRight = contains(bestRight, boxes[i]);
+        if (inLeft && (!inRight || sharedGoLeft)) {
+            ++left;
+        } else {
+            ++right;
+            const uint32_t j = end - right;
+            std::swap(refs[i], refs[j]);
+            std::swap(boxes[i], boxes[j]);
+        }
+    }
+    if (left < 1 || right < 1) {
+        makeLeaf(builder, task, out);
+        return;
+    }
+    makeInner(builder, task, left, out);
+}
+
+// Node numbers come from the order in which threads took pairs; renumbering
+// depth first puts every subtree in one run of the array, so that later
+// passes over subtrees share no cache lines and walk memory in order.
+void renumberDepthFirst(std::vector<BbvhNode>& nodes, uint32_t nodeCount) {
+    std::vector<BbvhNode> ordered(nodeCount);
+    ordered[0] = nodes[0];
+    uint32_t next = 1;
+    struct Move {
+        uint32_t from, to;
+    };
+    std::vector<Move> stack{{0, 0}};
+    while (!stack.empty()) {
+        const Move m = stack.back();
+        stack.pop_back();
+        BbvhNode& node = ordered[m.to];
+        if (node.count > 0) continue;
+        const uint32_t from = node.first, to = next;
+        next += 2;
+        ordered[to] = nodes[from];
+        ordered[to + 1] = nodes[from + 1];
+        node.first = to;
+        stack.push_back({from + 1, to + 1});
+        stack.push_back({from, to});
+    }
+    nodes.swap(ordered);
+}
+
+}  // namespace
+
+Bbox primitiveBox(const Part& part, uint16_t kind, uint32_t index) {
+    Bbox box;
+    auto grow = [&box](Vector p) {
+        box.min[0] = p.x < box.min[0] ? p.x : box.min[0];
+        box.min[1] = p.y < box.min[1] ? p.y : box.min[1];
+        box.min[2] = p.z < box.min[2] ? p.z : box.min[2];
+        box.max[0] = p.x > box.max[0] ? p.x : box.max[0];
+        box.max[1] = p.y > box.max[1] ? p.y : box.max[1];
+        box.max[2] = p.z > box.max[2] ? p.z : box.max[2];
+    };
+    switch (kind) {
+    case kParticle: {
+        const uint32_t v = part.particles[index];
+        const Vector c = part.positions[v];
+        const float r = vertexRadius(part, v);
+        box.min[0] = c.x - r, box.min[1] = c.y - r, box.min[2] = c.z - r;
+        box.max[0] = c.x + r, box.max[1] = c.y + r, box.max[2] = c.z + r;
+        break;
+    }
+    case kCylinder: {
+        // The start and end points of the eight sub-segments of the curve
+        // test, widened by the radius of the segment's first vertex.
+        const uint32_t v = part.cylinders[index];
+        const Vector p0 = part.positions[v], p1 = part.positions[v + 1];
+        const Vector t0 = vertexTangent(part, v), t1 = vertexTangent(part, v + 1);
+        const float r = vertexRadius(part, v);
+        for (int k = 0; k < 9; ++k) {
+            const Vector p = curvePoint(p0, p1, t0, t1, k);
+            grow(p - Vector{r, r, r});
+            grow(p + Vector{r, r, r});
+        }
+        break;
+    }
+    case kTriangle: {
+        const Triangle& t = part.triangles[index];
+        grow(part.positions[t.a]);
+        grow(part.positions[t.b]);
+        grow(part.positions[t.c]);
+        break;
+    }
+    case kTetragon: {
+        const Tetragon& t = part.tetragons[index];
+        grow(part.positions[t.a]);
+        grow(part.positions[t.b]);
+        grow(part.positions[t.c]);
+        grow(part.positions[t.d]);
+        break;
+    }
+    default:
+        break;
+    }
+    return box;
+}
+
+Bbox referenceBox(const Object& object, const PrimitiveRef& ref) {
+    if (ref.kind == kInstance) return object.instances[ref.index].bounds;
+    return primitiveBox(object.parts[ref.part], ref.kind, ref.index);
+}
+
+void buildHierarchy(Object& object) {
+    object.bbvhNodes = {};
+    object.buildRefs = {};
+
+    size_t total = object.instances.size();
+    for (const Part& part : object.parts)
+        total += part.particles.size() + part.cylinders.size() + part.triangles.size() + part.tetragons.size();
+    // An object with nothing in it keeps empty hierarchies, which every walk
+    // treats as empty.
+    if (total == 0) return;
+
+    const uint64_t start = systemTime100ns();
+    std::vector<PrimitiveRef>& refs = object.buildRefs;
+    refs.reserve(total);
+    for (size_t p = 0; p < object.parts.size(); ++p) {
+        const Part& part = object.parts[p];
+        for (uint32_t i = 0; i < part.particles.size(); ++i) refs.emplace_back(uint32_t(p), kParticle, i);
+        for (uint32_t i = 0; i < part.cylinders.size(); ++i) refs.emplace_back(uint32_t(p), kCylinder, i);
+        for (uint32_t i = 0; i < part.triangles.size(); ++i) refs.emplace_back(uint32_t(p), kTriangle, i);
+        for (uint32_t i = 0; i < part.tetragons.size(); ++i) refs.emplace_back(uint32_t(p), kTetragon, i);
+    }
+    for (uint32_t i = 0; i < object.instances.size(); ++i) refs.emplace_back(0u, kInstance, i);
+
+    Builder builder{object, std::vector<LaneBox>(total), 1};
+    const long long count = (long long)total;
+#pragma omp parallel for schedule(static) if (count >= 4096)
+    for (long long i = 0; i < count; ++i) builder.boxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]));
+
+    object.bbvhNodes.assign(2 * total, BbvhNode{});
+    object.bbvhNodes[0].first = 1;
+    object.bbvhNodes[0].count = 0;
+
+    std::vector<BuildTask> current{{0, 0, uint32_t(total)}};
+    int wave = 0;
+    while (!current.empty()) {
+        progressLine(wave, '\r');
+        std::vector<std::vector<BuildTask>> perThread(kMaxThreads);
+        const long long tasks = (long long)current.size();
+        // Tasks differ widely in size: threads take them a few at a time. A
+        // single task runs on the calling thread.
+        const int chunk = int(std::max(1LL, tasks / (64LL * omp_get_max_threads())));
+#pragma omp parallel for schedule(dynamic, chunk) if (tasks > 1 && count >= 4096)
+        for (long long i = 0; i < tasks; ++i)
+            runTask(builder, current[size_t(i)], wave, perThread[size_t(omp_get_thread_num())]);
+        current.clear();
+        for (const auto& list : perThread) current.insert(current.end(), list.begin(), list.end());
+        ++wave;
+        if (wave == kWaveLimit) break;
+    }
+    progressLine(wave, '\n');
+
+    renumberDepthFirst(object.bbvhNodes, builder.nodeCount);
+    const double seconds = double(systemTime100ns() - start) * 1e-7;
+    reportReal("bbvh construction for " + object.name, seconds, "seconds");
+    reportRule();
+}

@@ -1,0 +1,107 @@
+// The records of an object's hierarchies: the binary tree that the builder
+// makes and the update improves, and the eight-wide tree that rays walk.
+// geometry/object.h includes this file right after Bbox; include object.h.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+struct Object;
+struct Instance;
+struct Part;
+
+// One primitive or instance of an object, as a leaf refers to it.
+struct PrimitiveRef {
+    uint16_t part = 0;
+    uint16_t kind = 0;
+    uint32_t index = 0;
+
+    PrimitiveRef() = default;
+    // Parts past the 256th of an object alias earlier ones: the builder keeps
+    // eight bits of the part index.
+    PrimitiveRef(uint32_t partIndex, uint16_t primitiveKind, uint32_t primitiveIndex)
+        : part(uint8_t(partIndex)), kind(primitiveKind), index(primitiveIndex) {}
+};
+
+// A node of the binary tree. Inner nodes have their two children at `first`
+// and `first` + 1; leaves refer to `count` references from `first`.
+struct BbvhNode {
+    Bbox bounds;
+    uint32_t first = 0;
+    uint16_t count = 0;
+    float cost = 0.0f;
+    uint32_t subtree = 0;
+};
+
+inline constexpr uint32_t kEmptySlot = 0xFFFFFFFFu;
+
+// Eight child boxes as six plane arrays, then what each slot holds. The six
+// arrays are consecutive, so the far plane of an axis lies three arrays after
+// its near plane: a ray picks both once, by the sign of its direction.
+struct alignas(32) WideNode {
+    float min_x[8];
+    float min_y[8];
+    float min_z[8];
+    float max_x[8];
+    float max_y[8];
+    float max_z[8];
+    uint32_t child[8];   // inner: WideNode index; leaf: first PrimitiveRef; kEmptySlot: unused
+    uint16_t count[8];   // 0: inner or unused; n: leaf of n references
+    uint32_t hits[8];    // per-slot counters of the logging occlusion walk
+
+    // The plane array `plane` (0..5: min x, y, z, max x, y, z).
+    const float* planes(int plane) const { return min_x + 8 * plane; }
+    float* planes(int plane) { return min_x + 8 * plane; }
+};
+static_assert(offsetof(WideNode, min_y) == offsetof(WideNode, min_x) + 32);
+static_assert(offsetof(WideNode, max_x) == offsetof(WideNode, min_x) + 96);
+static_assert(offsetof(WideNode, max_z) == offsetof(WideNode, min_x) + 160);
+
+// A wide node with eight unused slots.
+WideNode emptyWideNode();
+
+// The normal matrices of the instances on the way to a thread's closest hit,
+// indexed by instance depth - 1.
+struct InstanceStack {
+    float matrices[16][9];
+};
+
+// Half the surface area of a box; negative extents count as 0.
+inline float halfArea(const Bbox& b) {
+    float dx = b.max[0] - b.min[0], dy = b.max[1] - b.min[1], dz = b.max[2] - b.min[2];
+    dx = dx < 0.0f ? 0.0f : dx;
+    dy = dy < 0.0f ? 0.0f : dy;
+    dz = dz < 0.0f ? 0.0f : dz;
+    return (dy + dz) * dx + dy * dz;
+}
+
+inline void growBox(Bbox& b, const Bbox& other) {
+    for (int k = 0; k < 3; ++k) {
+        b.min[k] = other.min[k] < b.min[k] ? other.min[k] : b.min[k];
+        b.max[k] = other.max[k] > b.max[k] ? other.max[k] : b.max[k];
+    }
+}
+
+inline Bbox unionBox(const Bbox& a, const Bbox& b) {
+    Bbox r = a;
+    growBox(r, b);
+    return r;
+}
+
+// The box of one reference, in the object's own space: particles as centre
+// plus and minus radius, hair segments around the 16 points of the curve test,
+// faces around their corners, instances by their bounds.
+Bbox referenceBox(const Object& object, const PrimitiveRef& ref);
+Bbox primitiveBox(const Part& part, uint16_t kind, uint32_t index);
+
+// toLocal, directionMatrix and normalMatrix of an instance from its toWorld,
+// and its bounds: the box of the target's corners carried by toWorld.
+void computeInstanceMatrices(Instance& instance);
+Bbox transformedBox(const float toWorld[16], const Bbox& box);
+
+// The binary tree over all primitives and instances of an object.
+void buildHierarchy(Object& object);
+// Boxes, rotations, the object's bounds, its cost and the eight-wide tree.
+void updateHierarchy(Object& object);
+// Larger child boxes first, within each wide node.
+void satOrder(Object& object);

@@ -1,0 +1,134 @@
+// The exact ray tests of the four primitive families, and the visibility rule
+// that decides whether a ray may see a shader at all.
+#pragma once
+
+#include <bit>
+#include <cstdint>
+
+#include "core/records.h"
+#include "core/registry.h"
+#include "geometry/object.h"
+
+// Each family keeps its own distance epsilon; all are 1e-6.
+inline constexpr float kParticleEpsilon = std::bit_cast<float>(0x358637BDu);
+inline constexpr float kCylinderEpsilon = std::bit_cast<float>(0x358637BDu);
+inline constexpr float kTriangleEpsilon = std::bit_cast<float>(0x358637BDu);
+inline constexpr float kTetragonEpsilon = std::bit_cast<float>(0x358637BDu);
+// Lower limit of the entry distance of a box.
+inline constexpr float kBoxEpsilon = std::bit_cast<float>(0x322BCC77u);
+
+// The cubic of a hair segment, C(x) = p0 + (p0 - p1) a(x) + T0 b(x) + T1 c(x),
+// tabulated at x = k / 8 for k = 0..8 to six significant digits. Lane k of the
+// curve test runs from entry k to entry k + 1.
+inline constexpr float kCurveA[9] = {0.0f, -0.0429688f, -0.15625f, -0.316406f, -0.5f,
+                                     -0.683594f, -0.84375f, -0.957031f, -1.0f};
+inline constexpr float kCurveB[9] = {0.0f, 0.0957031f, 0.140625f, 0.146484f, 0.125f,
+                                     0.0878906f, 0.046875f, 0.0136719f, 0.0f};
+inline constexpr float kCurveC[9] = {0.0f, -0.0136719f, -0.046875f, -0.0878906f, -0.125f,
+                                     -0.146484f, -0.140625f, -0.0957031f, 0.0f};
+// Radius blend of lane k: the weight of the second end, k / 7.
+inline constexpr float kCurveRadius[8] = {0.0f, 0.142857f, 0.285714f, 0.428571f,
+                                          0.571429f, 0.714286f, 0.857143f, 1.0f};
+
+// Point k (0..8) of the curve, in the same order of operations as the test.
+inline Vector curvePoint(Vector p0, Vector p1, Vector t0, Vector t1, int k) {
+    return ((p0 + (p0 - p1) * kCurveA[k]) + t0 * kCurveB[k]) + t1 * kCurveC[k];
+}
+
+// The radius of a vertex from scalar channel 0; a short channel gives 0.
+inline float vertexRadius(const Part& part, uint32_t vertex) {
+    if (part.scalarChannels.empty()) return 0.0f;
+    const std::vector<float>& radii = part.scalarChannels[0].elements;
+    return vertex < radii.size() ? radii[vertex] : 0.0f;
+}
+
+// The unit tangent of a vertex, or the zero vector when it has none.
+inline Vector vertexTangent(const Part& part, uint32_t vertex) {
+    return vertex < part.tangents.size() ? unpackDirection(part.tangents[vertex]) : Vector{0.0f, 0.0f, 0.0f};
+}
+
+// Whether a ray may see a shader's surfaces, by the shader's visibility: 0
+// invisible, 1 hidden from first rays of lights, 2 hidden from first rays of
+// the camera, 3 visible to all. A shader index past the list sees all rays.
+inline bool visibleTo(const RayState& ray, uint32_t shader) {
+    const uint8_t visibility = shader < registry.shaders.size() ? registry.shaders[shader].geometry.visibility : 3;
+    if (visibility == 0) return false;
+    if (ray.depth == 0) return ray.photon_path ? visibility != 1 : visibility != 2;
+    return true;
+}
+
+// Results of a successful test. `det` is set by the face tests only.
+struct PrimitiveHit {
+    float t;
+    float det;
+    uint32_t shader;
+    Vector barycentric;
+    uint8_t front;
+};
+
+// Each test takes the part, the index into its family and the ray, whose `t`
+// is the far limit; it does not change the ray.
+bool intersectParticle(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit);
+bool intersectCylinder(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit);
+// The face tests are inline: the walks run them in their innermost loop.
+inline bool intersectTriangle(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit) {
+    const Triangle& face = part.triangles[index];
+    const Vector a = part.positions[face.a];
+    const Vector e1 = part.positions[face.b] - a;
+    const Vector e2 = part.positions[face.c] - a;
+    const Vector n = cross(e1, e2);
+    const Vector& d = ray.direction;
+    const float det = dot(n, d);
+    const Vector w = a - ray.origin;
+    // A det of 0 gives an infinite or NaN distance, which the limits turn
+    // down or which falls through to the corner tests.
+    const float t = dot(n, w) / det;
+    if (t < kTriangleEpsilon || t > ray.t - kTriangleEpsilon) return false;
+    const Vector r = (d * t - w) / dot(n, n);
+    const float u = dot(r, cross(e2, n));
+    if (!(u >= 0.0f && u <= 1.0f)) return false;
+    const float v = dot(r, cross(n, e1));
+    if (!(v >= 0.0f && v <= 1.0f)) return false;
+    const float w0 = 1.0f - u - v;
+    if (w0 < 0.0f) return false;
+    if (!visibleTo(ray, face.shader)) return false;
+    hit.t = t;
+    hit.det = det;
+    hit.shader = face.shader;
+    hit.front = det < 0.0f;
+    hit.barycentric = {w0, u, v};
+    return true;
+}
+
+inline bool intersectTetragon(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit) {
+    const Tetragon& face = part.tetragons[index];
+    const Vector& o = ray.origin;
+    const Vector& d = ray.direction;
+    const Vector a = part.positions[face.a], b = part.positions[face.b];
+    const Vector c = part.positions[face.c], e = part.positions[face.d];
+    // The four corners are taken as one plane, whether or not they are.
+    const Vector n = cross(c - a, e - b);
+    const float det = dot(n, d);
+    const float t = dot(n, a - o) / det;
+    if (t < kTetragonEpsilon || t > ray.t - kTetragonEpsilon) return false;
+    const Vector A = a - o, B = b - o, C = c - o, E = e - o;
+    const float s0 = dot(d, cross(A, B));
+    const float s1 = dot(d, cross(B, C));
+    const float s2 = dot(d, cross(C, E));
+    const float s3 = dot(d, cross(E, A));
+    if (det > 0.0f && (s0 < 0.0f || s1 < 0.0f || s2 < 0.0f || s3 < 0.0f)) return false;
+    if (det < 0.0f && (s0 > 0.0f || s1 > 0.0f || s2 > 0.0f || s3 > 0.0f)) return false;
+    const float u = s0 / (s0 + s2);
+    const float v = s3 / (s1 + s3);
+    if (!visibleTo(ray, face.shader)) return false;
+    hit.t = t;
+    hit.det = det;
+    hit.shader = face.shader;
+    hit.front = det < 0.0f;
+    hit.barycentric = {u, v, 0.0f};
+    return true;
+}
+
+// The sphere as the occlusion walk sees it: entry and exit at b -+ D, with D
+// the discriminant itself, and the current and parent particles skipped.
+bool intersectParticleShadow(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit);

@@ -1,0 +1,14 @@
+// Face areas and the stratified pick of a surface from an object's tables.
+#pragma once
+
+#include "geometry/object.h"
+
+// Area from the squared side lengths, with the guarded root.
+float triangleArea(Vector p0, Vector p1, Vector p2);
+// Area of a quadrangle from its sides and diagonals.
+float tetragonArea(Vector p0, Vector p1, Vector p2, Vector p3);
+
+// The face picked for stratum i of n: a row of the photon or light table,
+// followed through instances down to a face.
+const SurfaceTableEntry& drawPhotonSurface(const Object& object, int i, int n);
+const SurfaceTableEntry& drawLightSurface(const Object& object, int i, int n);

@@ -1,0 +1,369 @@
+#include "geometry/traversal.h"
+
+#include <immintrin.h>
+
+#include <atomic>
+#include <cstring>
+
+#include "core/registry.h"
+#include "geometry/intersect_primitives.h"
+
+InstanceStack instanceStacks[kMaxThreads];
+int occludeLogGate = 8;
+
+namespace {
+
+Color letEverythingThrough(const RayState&, const ShadowHit&) { return {1.0f, 1.0f, 1.0f}; }
+
+// The deepest wide tree has 256 levels, and a level pushes at most seven entries.
+constexpr int kStackEntries = 256 * 7 + 8;
+constexpr int kInstanceStackDepth = 16;
+
+// What a ray needs for the slab test, set once per walk: origin and inverse
+// direction in all lanes, and the offsets of the near and far plane arrays of
+// each axis, chosen by the sign of the direction.
+struct SlabFrame {
+    __m256 ox, oy, oz;
+    __m256 ix, iy, iz;
+    int nearX, nearY, nearZ;
+    int farX, farY, farZ;
+};
+
+inline SlabFrame slabFrame(const RayState& ray, bool strictSign) {
+    SlabFrame f;
+    f.ox = _mm256_set1_ps(ray.origin.x);
+    f.oy = _mm256_set1_ps(ray.origin.y);
+    f.oz = _mm256_set1_ps(ray.origin.z);
+    f.ix = _mm256_set1_ps(ray.inverse_direction.x);
+    f.iy = _mm256_set1_ps(ray.inverse_direction.y);
+    f.iz = _mm256_set1_ps(ray.inverse_direction.z);
+    const Vector& d = ray.direction;
+    const bool px = strictSign ? d.x > 0.0f : d.x >= 0.0f;
+    const bool py = strictSign ? d.y > 0.0f : d.y >= 0.0f;
+    const bool pz = strictSign ? d.z > 0.0f : d.z >= 0.0f;
+    f.nearX = px ? 0 : 24, f.farX = px ? 24 : 0;
+    f.nearY = py ? 8 : 32, f.farY = py ? 32 : 8;
+    f.nearZ = pz ? 16 : 40, f.farZ = pz ? 40 : 16;
+    return f;
+}
+
+// The eight child boxes against the ray, in [1e-8, tMax]: a bit per slot hit,
+// and the entry distances.
+inline int testNode(const WideNode& node, const SlabFrame& f, float tMax, __m256& entry) {
+    const float* p = node.min_x;
+    const __m256 nz = _mm256_mul_ps(_mm256_sub_ps(_mm256_load_ps(p + f.nearZ), f.oz), f.iz);
+    const __m256 nx = _mm256_mul_ps(_mm256_sub_ps(_mm256_load_ps(p + f.nearX), f.ox), f.ix);
+    const __m256 ny = _mm256_mul_ps(_mm256_sub_ps(_mm256_load_ps(p + f.nearY), f.oy), f.iy);
+    const __m256 fz = _mm256_mul_ps(_mm256_sub_ps(_mm256_load_ps(p + f.farZ), f.oz), f.iz);
+    const __m256 fx = _mm256_mul_ps(_mm256_sub_ps(_mm256_load_ps(p + f.farX), f.ox), f.ix);
+    const __m256 fy = _mm256_mul_ps(_mm256_sub_ps(_mm256_load_ps(p + f.farY), f.oy), f.iy);
+    entry = _mm256_max_ps(_mm256_max_ps(_mm256_max_ps(_mm256_set1_ps(kBoxEpsilon), nz), nx), ny);
+    const __m256 exit = _mm256_min_ps(_mm256_min_ps(_mm256_min_ps(_mm256_set1_ps(tMax), fz), fx), fy);
+    return _mm256_movemask_ps(_mm256_cmp_ps(entry, exit, _CMP_LE_OQ));
+}
+
+inline Vector reciprocal(Vector d) { return {1.0f / d.x, 1.0f / d.y, 1.0f / d.z}; }
+
+// The ray carried into an instance's space, and back.
+struct SavedRay {
+    Vector origin, direction, inverse_direction;
+};
+
+inline SavedRay enterInstance(const Instance& instance, RayState& ray) {
+    const SavedRay saved{ray.origin, ray.direction, ray.inverse_direction};
+    const float* m = instance.toLocal;
+    const Vector o = ray.origin;
+    const float w = m[12] * o.x + m[13] * o.y + m[14] * o.z + m[15];
+    ray.origin = {(m[0] * o.x + m[1] * o.y + m[2] * o.z + m[3]) / w, (m[4] * o.x + m[5] * o.y + m[6] * o.z + m[7]) / w,
+                  (m[8] * o.x + m[9] * o.y + m[10] * o.z + m[11]) / w};
+    const float* r = instance.directionMatrix;
+    const Vector d = ray.direction;
+    ray.direction = {r[0] * d.x + r[1] * d.y + r[2] * d.z, r[3] * d.x + r[4] * d.y + r[5] * d.z,
+                     r[6] * d.x + r[7] * d.y + r[8] * d.z};
+    ray.inverse_direction = reciprocal(ray.direction);
+    return saved;
+}
+
+inline void leaveInstance(const SavedRay& saved, RayState& ray) {
+    ray.origin = saved.origin;
+    ray.direction = saved.direction;
+    ray.inverse_direction = saved.inverse_direction;
+}
+
+struct Entry {
+    uint32_t node;
+    uint32_t count;
+    float distance;
+};
+
+template <bool Surfaces>
+bool walkClosest(const Object& object, RayState& ray);
+
+template <bool Surfaces>
+bool instanceStep(const Instance& instance, RayState& ray) {
+    // An instance whose target was never found is not walked.
+    if (instance.target >= registry.objects.size()) return false;
+    const SavedRay saved = enterInstance(instance, ray);
+    ++ray.instance_depth;
+    const bool hit = walkClosest<Surfaces>(registry.objects[instance.target], ray);
+    if (hit && ray.instance_depth <= kInstanceStackDepth)
+        std::memcpy(instanceStacks[ray.thread].matrices[ray.instance_depth - 1], instance.normalMatrix,
+                    sizeof instance.normalMatrix);
+    --ray.instance_depth;
+    leaveInstance(saved, ray);
+    return hit;
+}
+
+// The references of one leaf against the ray, shortening `t` at each hit.
+template <bool Surfaces>
+bool testLeaf(const Object& object, const PrimitiveRef* refs, uint32_t count, RayState& ray) {
+    bool found = false;
+    for (uint32_t i = 0; i < count; ++i) {
+        const PrimitiveRef ref = refs[i];
+        const uint32_t index = ref.index;
+        PrimitiveHit hit;
+        bool ok = false;
+        switch (ref.kind) {
+        case kParticle:
+            // The test itself skips the parent particle.
+            if (!Surfaces) ok = intersectParticle(object.parts[ref.part], index, ray, hit);
+            break;
+        case kCylinder:
+            if (!Surfaces && !(ray.previous_kind == kCylinder && ray.previous_primitive == index))
+                ok = intersectCylinder(object.parts[ref.part], index, ray, hit);
+            break;
+        case kTriangle:
+            // The surface walk tests the parent triangle too; tetragons are
+            // skipped by both walks.
+            if (Surfaces || !(ray.previous_kind == kTriangle && ray.previous_primitive == index))
+                ok = intersectTriangle(object.parts[ref.part], index, ray, hit);
+            break;
+        case kTetragon:
+            if (!(ray.previous_kind == kTetragon && ray.previous_primitive == index))
+                ok = intersectTetragon(object.parts[ref.part], index, ray, hit);
+            break;
+        case kInstance:
+            if (instanceStep<Surfaces>(object.instances[index], ray)) found = true;
+            break;
+        default:
+            break;
+        }
+        if (ok) {
+            ray.t = hit.t;
+            ray.shader = hit.shader;
+            ray.primitive = index;
+            ray.kind = uint8_t(ref.kind);
+            ray.part = &object.parts[ref.part];
+            ray.barycentric = hit.barycentric;
+            ray.front = hit.front;
+            ray.hit_instance_depth = ray.instance_depth;
+            ray.gatherable = object.level == 0;
+            found = true;
+        }
+    }
+    return found;
+}
+
+// Nearest first: the two-slot case orders by a single comparison, more slots
+// are sorted on the stack itself and the nearest is popped.
+template <bool Surfaces>
+bool walkClosest(const Object& object, RayState& ray) {
+    if (object.wideNodes.empty()) return false;
+    // The closest-hit walk works with a unit direction; the box test keeps
+    // the inverse of the direction as the caller gave it.
+    if (!Surfaces) ray.direction = normalized(ray.direction);
+    const WideNode* nodes = object.wideNodes.data();
+    const PrimitiveRef* refs = object.primitiveRefs.data();
+    const SlabFrame frame = slabFrame(ray, false);
+
+    Entry stack[kStackEntries];
+    int top = 0;
+    stack[top++] = {0, 0, 0.0f};
+    bool found = false;
+    while (top > 0) {
+        const Entry popped = stack[--top];
+        if (popped.distance >= ray.t) continue;
+        uint32_t node = popped.node, count = popped.count;
+        bool leaf = true;
+        while (count == 0) {
+            const WideNode& wide = nodes[node];
+            __m256 entry;
+            int mask = testNode(wide, frame, ray.t, entry);
+            if (mask == 0) {
+                leaf = false;
+                break;
+            }
+            if ((mask & (mask - 1)) == 0) {
+                const int s = __builtin_ctz(unsigned(mask));
+                node = wide.child[s];
+                count = wide.count[s];
+                continue;
+            }
+            alignas(32) float distance[8];
+            _mm256_store_ps(distance, entry);
+            const int high = 31 - __builtin_clz(unsigned(mask));
+            mask &= ~(1 << high);
+            if ((mask & (mask - 1)) == 0) {
+                // Two slots: the far one waits, a tie keeps the lower slot.
+                int far = high, near = __builtin_ctz(unsigned(mask));
+                if (distance[near] > distance[far]) std::swap(near, far);
+                stack[top++] = {wide.child[far], wide.count[far], distance[far]};
+                node = wide.child[near];
+                count = wide.count[near];
+                continue;
+            }
+            // Push in descending slot order, sort the run by descending
+            // distance, and take its last entry.
+            const int base = top;
+            stack[top++] = {wide.child[high], wide.count[high], distance[high]};
+            while (mask) {
+                const int s = 31 - __builtin_clz(unsigned(mask));
+                mask &= ~(1 << s);
+                Entry e{wide.child[s], wide.count[s], distance[s]};
+                int j = top++;
+                while (j > base && stack[j - 1].distance < e.distance) {
+                    stack[j] = stack[j - 1];
+                    --j;
+                }
+                stack[j] = e;
+            }
+            const Entry nearest = stack[--top];
+            node = nearest.node;
+            count = nearest.count;
+        }
+        if (leaf && testLeaf<Surfaces>(object, refs + node, count, ray)) found = true;
+    }
+    return found;
+}
+
+struct ShadowEntry {
+    uint32_t node;
+    uint32_t count;
+    uint32_t parent;   // the wide node and slot that led here, for the logging walk
+    uint32_t slot;
+};
+
+inline bool blocked(const Color& c) { return c.x <= kCutoff && c.y <= kCutoff && c.z <= kCutoff; }
+
+// Every surface within `t` multiplies its factor into the throughput; slots
+// are visited in ascending order, the order that the hierarchy's slot sorting
+// prepares, and the walk stops once nothing gets through.
+template <bool Log>
+bool walkTransmittance(Object& object, RayState& ray) {
+    ray.inverse_direction = reciprocal(ray.direction);
+    if (object.wideNodes.empty()) return false;
+    WideNode* nodes = object.wideNodes.data();
+    const PrimitiveRef* refs = object.primitiveRefs.data();
+    const SlabFrame frame = slabFrame(ray, true);
+
+    uint64_t popped = 0, leaves = 0, tested = 0;
+    auto flush = [&]() {
+        registry.threadStatistics[0][ray.thread] += popped;
+        registry.threadStatistics[1][ray.thread] += leaves;
+        registry.threadStatistics[2][ray.thread] += tested;
+    };
+
+    ShadowEntry stack[kStackEntries];
+    int top = 0;
+    stack[top++] = {0, 0, 0, 0};
+    while (top > 0) {
+        ShadowEntry e = stack[--top];
+        ++popped;
+        while (e.count == 0) {
+            const WideNode& wide = nodes[e.node];
+            __m256 entry;
+            int mask = testNode(wide, frame, ray.t, entry);
+            if (mask == 0) break;
+            // Slots 7 down to 1 wait on the stack; the lowest is taken now.
+            const int low = __builtin_ctz(unsigned(mask));
+            mask &= mask - 1;
+            while (mask) {
+                const int s = 31 - __builtin_clz(unsigned(mask));
+                mask &= ~(1 << s);
+                stack[top++] = {wide.child[s], wide.count[s], e.node, uint32_t(s)};
+            }
+            e = {wide.child[low], wide.count[low], e.node, uint32_t(low)};
+            ++popped;
+        }
+        if (e.count == 0) continue;
+
+        ++leaves;
+        for (uint32_t i = 0; i < e.count; ++i) {
+            const PrimitiveRef ref = refs[e.node + i];
+            const uint32_t index = ref.index;
+            ++tested;
+            PrimitiveHit hit;
+            bool ok = false;
+            switch (ref.kind) {
+            case kParticle:
+                ok = intersectParticleShadow(object.parts[ref.part], index, ray, hit);
+                break;
+            case kCylinder:
+            case kTriangle:
+            case kTetragon: {
+                const uint8_t kind = uint8_t(ref.kind);
+                if ((ray.kind == kind && ray.primitive == index) ||
+                    (ray.previous_kind == kind && ray.previous_primitive == index))
+                    break;
+                const Part& part = object.parts[ref.part];
+                ok = kind == kTriangle   ? intersectTriangle(part, index, ray, hit)
+                     : kind == kTetragon ? intersectTetragon(part, index, ray, hit)
+                                         : intersectCylinder(part, index, ray, hit);
+                break;
+            }
+            case kInstance: {
+                const Instance& instance = object.instances[index];
+                if (instance.target >= registry.objects.size()) break;
+                const SavedRay saved = enterInstance(instance, ray);
+                flush();
+                popped = leaves = tested = 0;
+                walkTransmittance<Log>(registry.objects[instance.target], ray);
+                leaveInstance(saved, ray);
+                break;
+            }
+            default:
+                break;
+            }
+            if (ok) {
+                const ShadowHit shadow{&object.parts[ref.part], index, hit.shader, uint8_t(ref.kind),
+                                       hit.front, hit.barycentric, hit.t};
+                ray.throughput *= shadowFactorHook(ray, shadow);
+            }
+            if (blocked(ray.throughput)) {
+                if (Log) std::atomic_ref<uint32_t>(nodes[e.parent].hits[e.slot]).fetch_add(1, std::memory_order_relaxed);
+                flush();
+                return true;
+            }
+        }
+    }
+    flush();
+    return false;
+}
+
+}  // namespace
+
+ShadowFactorHook shadowFactorHook = letEverythingThrough;
+
+bool intersectClosest(RayState& ray) {
+    ray.instance_depth = 0;
+    ++registry.threadRays[ray.thread];
+    if (registry.objects.empty()) return false;
+    ray.inverse_direction = reciprocal(ray.direction);
+    ray.t = kInfinity;
+    return walkClosest<false>(registry.objects[size_t(registry.rootObject)], ray);
+}
+
+bool intersectSurfaces(RayState& ray) {
+    ray.instance_depth = 0;
+    ++registry.threadRays[ray.thread];
+    if (registry.objects.empty()) return false;
+    ray.inverse_direction = reciprocal(ray.direction);
+    return walkClosest<true>(registry.objects[size_t(registry.rootObject)], ray);
+}
+
+bool transmittanceQuery(Object& object, RayState& ray) {
+    if (occludeLogGate == 0) return OccludeLog(object, ray);
+    return walkTransmittance<false>(object, ray);
+}
+
+bool OccludeLog(Object& object, RayState& ray) { return walkTransmittance<true>(object, ray); }

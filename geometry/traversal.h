@@ -1,0 +1,43 @@
+// Ray queries over the objects' eight-wide hierarchies: the closest hit over
+// all primitive kinds, the closest hit over faces alone, and the
+// transmittance along a shadow segment.
+#pragma once
+
+#include <cstdint>
+
+#include "core/constants.h"
+#include "core/records.h"
+#include "geometry/object.h"
+
+// The normal matrices of the instances on the way to each thread's closest hit.
+extern InstanceStack instanceStacks[kMaxThreads];
+
+// The logging occlusion walk runs only when this is 0.
+extern int occludeLogGate;
+
+// A primitive that a shadow segment passes through.
+struct ShadowHit {
+    const Part* part;
+    uint32_t primitive;
+    uint32_t shader;
+    uint8_t kind;
+    uint8_t front;
+    Vector barycentric;
+    float t;
+};
+
+// The colour that a surface lets through, which the transmittance walk
+// multiplies into the ray's throughput. Shading answers through this hook;
+// until it does, every surface lets everything through.
+using ShadowFactorHook = Color (*)(const RayState& ray, const ShadowHit& hit);
+extern ShadowFactorHook shadowFactorHook;
+
+// Closest hit over all kinds from the root object; `t` starts at infinity.
+bool intersectClosest(RayState& ray);
+// Closest hit over triangles and tetragons within the caller's `t`.
+bool intersectSurfaces(RayState& ray);
+// Multiplies the factors of all surfaces within `t` into `throughput`; true
+// as soon as every channel fell to the cut-off.
+bool transmittanceQuery(Object& object, RayState& ray);
+// The same walk, counting in `hits` which slot held the blocking leaf.
+bool OccludeLog(Object& object, RayState& ray);

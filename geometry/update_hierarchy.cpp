@@ -1,0 +1,458 @@
+// From the builder's bare binary tree to the tree that rays walk: boxes
+// bottom up, local rotations that lower the surface area cost, subtree sizes,
+// and the collapse into eight-wide nodes.
+#include <algorithm>
+#include <cmath>
+
+#include <omp.h>
+
+#include "core/registry.h"
+#include "core/report.h"
+#include "geometry/object.h"
+
+namespace {
+
+constexpr int kDepths = 256;
+constexpr uint32_t kLeafLimit = 0xFFFFu;
+
+bool isLeaf(const BbvhNode& node) { return node.count > 0; }
+
+// nodesPerDepth, nodesFilled and nodesAtDepth, from a walk of the tree. Nodes
+// below depth 255 have no place in the lists.
+void makeDepthLists(Object& object) {
+    std::fill(std::begin(object.nodesPerDepth), std::end(object.nodesPerDepth), 0u);
+    std::fill(std::begin(object.nodesFilled), std::end(object.nodesFilled), 0u);
+    const std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    struct Visit {
+        uint32_t node, depth;
+    };
+    std::vector<Visit> stack;
+    for (int pass = 0; pass < 2; ++pass) {
+        stack.assign(1, Visit{0, 0});
+        while (!stack.empty()) {
+            const Visit v = stack.back();
+            stack.pop_back();
+            if (v.depth >= kDepths) {
+                reportError("bbvh - depth out of range");
+                reportRule();
+            } else if (pass == 0) {
+                ++object.nodesPerDepth[v.depth];
+            } else {
+                object.nodesAtDepth[v.depth][object.nodesFilled[v.depth]++] = v.node;
+            }
+            const BbvhNode& node = nodes[v.node];
+            if (!isLeaf(node)) {
+                stack.push_back({node.first + 1, v.depth + 1});
+                stack.push_back({node.first, v.depth + 1});
+            }
+        }
+        if (pass == 0)
+            for (int d = 0; d < kDepths; ++d) object.nodesAtDepth[d].resize(object.nodesPerDepth[d]);
+    }
+}
+
+// Children before parents. A pass works on the tree as the depth lists saw
+// it, deepest level first; since the work on a node touches only its own
+// subtree, whole subtrees below a cut level can go to threads of their own,
+// each in post order, and the levels above the cut follow one by one. This
+// keeps the order of the level loop with one team instead of one per level.
+template <typename Work>
+void postOrder(const std::vector<BbvhNode>& nodes, uint32_t n, uint32_t depth, Work& work) {
+    if (depth >= kDepths) return;
+    const BbvhNode node = nodes[n];
+    if (!isLeaf(node)) {
+        postOrder(nodes, node.first, depth + 1, work);
+        postOrder(nodes, node.first + 1, depth + 1, work);
+    }
+    work(n);
+}
+
+template <typename Work>
+void bottomUp(Object& object, Work work) {
+    const int threads = omp_get_max_threads();
+    int cut = kDepths;
+    for (int d = 0; d < kDepths && threads > 1; ++d)
+        if (object.nodesPerDepth[d] >= uint32_t(16 * threads)) {
+            cut = d;
+            break;
+        }
+    if (cut < kDepths) {
+        const std::vector<uint32_t>& roots = object.nodesAtDepth[cut];
+        const long long n = (long long)roots.size();
+#pragma omp parallel for schedule(dynamic, 1)
+        for (long long i = 0; i < n; ++i) postOrder(object.bbvhNodes, roots[size_t(i)], uint32_t(cut), work);
+    }
+    for (int d = std::min(cut, kDepths) - 1; d >= 0; --d)
+        for (uint32_t n : object.nodesAtDepth[d]) work(n);
+}
+
+void refitNode(Object& object, uint32_t n) {
+    std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    BbvhNode& node = nodes[n];
+    node.bounds = Bbox{};
+    if (!isLeaf(node)) {
+        const BbvhNode& l = nodes[node.first];
+        const BbvhNode& r = nodes[node.first + 1];
+        node.bounds = unionBox(l.bounds, r.bounds);
+        node.cost = halfArea(node.bounds) + l.cost + r.cost;
+    } else {
+        for (uint32_t i = node.first; i < node.first + node.count; ++i)
+            growBox(node.bounds, referenceBox(object, object.buildRefs[i]));
+        node.cost = halfArea(node.bounds) * float(node.count);
+    }
+}
+
+void setInnerCost(std::vector<BbvhNode>& nodes, uint32_t n) {
+    BbvhNode& node = nodes[n];
+    node.cost = halfArea(node.bounds) + nodes[node.first].cost + nodes[node.first + 1].cost;
+}
+
+// An inner node with one leaf child and one inner child: the leaf may trade
+// places with either grandchild. `leafSlot` and `innerSlot` are the children.
+void rotateOneSide(std::vector<BbvhNode>& nodes, uint32_t n, uint32_t leafSlot, uint32_t innerSlot) {
+    const uint32_t g0 = nodes[innerSlot].first, g1 = g0 + 1;
+    const BbvhNode& leaf = nodes[leafSlot];
+    const BbvhNode& a = nodes[g0];
+    const BbvhNode& b = nodes[g1];
+    const Bbox stay0 = unionBox(b.bounds, leaf.bounds);   // leaf trades with a
+    const Bbox stay1 = unionBox(a.bounds, leaf.bounds);   // leaf trades with b
+    const float base = halfArea(unionBox(stay1, b.bounds)) + a.cost + b.cost + leaf.cost;
+    const float cost0 = base + halfArea(stay0);
+    const float cost1 = base + halfArea(stay1);
+    float best = nodes[n].cost;
+    int choice = -1;
+    if (cost0 < best) best = cost0, choice = 0;
+    if (cost1 < best) best = cost1, choice = 1;
+    if (choice < 0) return;
+    const uint32_t other = choice == 0 ? g0 : g1;
+    const Bbox stays = choice == 0 ? stay0 : stay1;
+    std::swap(nodes[leafSlot], nodes[other]);
+    nodes[innerSlot].bounds = stays;
+    setInnerCost(nodes, innerSlot);
+}
+
+// Both children inner: the four grandchildren a, b, c, d are rearranged into
+// the cheapest of fourteen other shapes, if one beats the node's cost.
+void rotateBothSides(std::vector<BbvhNode>& nodes, uint32_t n) {
+    const uint32_t l = nodes[n].first, r = l + 1;
+    const uint32_t g0 = nodes[l].first, g1 = nodes[r].first;
+    const BbvhNode sub[4] = {nodes[g0], nodes[g0 + 1], nodes[g1], nodes[g1 + 1]};
+    // Boxes and half areas of every union of the four, by bit mask.
+    Bbox box[16];
+    float half[16];
+    for (int m = 1; m < 16; ++m) {
+        const int low = m & -m;
+        box[m] = low == m ? sub[__builtin_ctz(unsigned(m))].bounds : unionBox(box[m - low], box[low]);
+        half[m] = halfArea(box[m]);
+    }
+    const float k = half[15] + sub[0].cost + sub[1].cost + sub[2].cost + sub[3].cost;
+
+    // Shapes 1 and 2 are (x y)(z w); the others are x (y (z w)).
+    struct Shape {
+        int x, y, z, w;
+        bool pairs;
+    };
+    static constexpr Shape shapes[14] = {
+        {0, 2, 1, 3, true},  {0, 3, 1, 2, true},  {0, 1, 2, 3, false}, {0, 2, 1, 3, false}, {0, 3, 1, 2, false},
+        {1, 0, 2, 3, false}, {1, 2, 0, 3, false}, {1, 3, 0, 2, false}, {2, 0, 1, 3, false}, {2, 1, 0, 3, false},
+        {2, 3, 0, 1, false}, {3, 0, 1, 2, false}, {3, 1, 0, 2, false}, {3, 2, 0, 1, false},
+    };
+    float best = nodes[n].cost;
+    int choice = -1;
+    for (int s = 0; s < 14; ++s) {
+        const Shape& shape = shapes[s];
+        const int zw = (1 << shape.z) | (1 << shape.w);
+        const int second = shape.pairs ? (1 << shape.x) | (1 << shape.y) : zw | (1 << shape.y);
+        const float cost = k + half[zw] + half[second];
+        if (cost < best) best = cost, choice = s;
+    }
+    if (choice < 0) return;
+
+    // Whole records move, so that subtrees go with their nodes and every
+    // node keeps its two children side by side.
+    const Shape& shape = shapes[choice];
+    const int zw = (1 << shape.z) | (1 << shape.w);
+    BbvhNode inner1, inner2;
+    inner1.count = inner2.count = 0;
+    if (shape.pairs) {
+        inner1.bounds = box[(1 << shape.x) | (1 << shape.y)];
+        inner1.first = g0;
+        inner2.bounds = box[zw];
+        inner2.first = g1;
+        nodes[g0] = sub[shape.x];
+        nodes[g0 + 1] = sub[shape.y];
+        nodes[g1] = sub[shape.z];
+        nodes[g1 + 1] = sub[shape.w];
+        nodes[l] = inner1;
+        nodes[r] = inner2;
+        setInnerCost(nodes, l);
+        setInnerCost(nodes, r);
+    } else {
+        inner1.bounds = box[zw | (1 << shape.y)];   // (y (z w)), child of n
+        inner1.first = g0;
+        inner2.bounds = box[zw];                    // (z w), below it
+        inner2.first = g1;
+        nodes[g1] = sub[shape.z];
+        nodes[g1 + 1] = sub[shape.w];
+        nodes[g0] = sub[shape.y];
+        nodes[g0 + 1] = inner2;
+        nodes[l] = sub[shape.x];
+        nodes[r] = inner1;
+        setInnerCost(nodes, g0 + 1);
+        setInnerCost(nodes, r);
+    }
+}
+
+void rotateNode(Object& object, uint32_t n) {
+    std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    if (isLeaf(nodes[n])) return;
+    const uint32_t l = nodes[n].first, r = l + 1;
+    const bool leftLeaf = isLeaf(nodes[l]), rightLeaf = isLeaf(nodes[r]);
+    if (leftLeaf && rightLeaf) {
+        refitNode(object, n);
+        return;
+    }
+    if (!leftLeaf && rightLeaf)
+        rotateOneSide(nodes, n, r, l);
+    else if (leftLeaf && !rightLeaf)
+        rotateOneSide(nodes, n, l, r);
+    else
+        rotateBothSides(nodes, n);
+    refitNode(object, n);
+}
+
+// All references below a binary node, left child first.
+void appendSubtreeRefs(Object& object, uint32_t n) {
+    const BbvhNode& node = object.bbvhNodes[n];
+    if (isLeaf(node)) {
+        object.primitiveRefs.insert(object.primitiveRefs.end(), object.buildRefs.begin() + node.first,
+                                    object.buildRefs.begin() + node.first + node.count);
+        return;
+    }
+    appendSubtreeRefs(object, node.first);
+    appendSubtreeRefs(object, node.first + 1);
+}
+
+void setSlotBox(WideNode& wide, int slot, const Bbox& box) {
+    for (int k = 0; k < 3; ++k) {
+        wide.planes(k)[slot] = box.min[k];
+        wide.planes(k + 3)[slot] = box.max[k];
+    }
+}
+
+void collapseNode(Object& object, uint32_t b, uint32_t w, uint32_t depth) {
+    if (depth > object.maxWideDepth) object.maxWideDepth = depth;
+    const std::vector<BbvhNode>& nodes = object.bbvhNodes;
+
+    // Open the inner entry of largest half area until there are eight.
+    uint32_t list[8] = {b};
+    int size = 1;
+    while (size < 8) {
+        int pick = -1;
+        float largest = 0.0f;
+        for (int i = 0; i < size; ++i) {
+            if (isLeaf(nodes[list[i]])) continue;
+            const float area = halfArea(nodes[list[i]].bounds);
+            if (pick < 0 || area > largest) pick = i, largest = area;
+        }
+        if (pick < 0) break;
+        const uint32_t first = nodes[list[pick]].first;
+        list[pick] = first;
+        list[size++] = first + 1;
+    }
+
+    for (int i = 0; i < size; ++i) {
+        const BbvhNode entry = nodes[list[i]];
+        setSlotBox(object.wideNodes[w], i, entry.bounds);
+        const uint32_t at = uint32_t(object.primitiveRefs.size());
+        if (isLeaf(entry)) {
+            object.wideNodes[w].child[i] = at;
+            object.wideNodes[w].count[i] = entry.count;
+            object.primitiveRefs.insert(object.primitiveRefs.end(), object.buildRefs.begin() + entry.first,
+                                        object.buildRefs.begin() + entry.first + entry.count);
+            continue;
+        }
+        const uint32_t s = entry.subtree;
+        // A subtree cheaper as one plain leaf becomes one, if its count fits.
+        if ((entry.cost > float(s) * halfArea(entry.bounds) || s < 2) && s <= kLeafLimit) {
+            appendSubtreeRefs(object, list[i]);
+            object.wideNodes[w].child[i] = at;
+            object.wideNodes[w].count[i] = uint16_t(object.primitiveRefs.size() - at);
+            continue;
+        }
+        const uint32_t w2 = uint32_t(object.wideNodes.size());
+        object.wideNodes.push_back(emptyWideNode());
+        object.wideNodes[w].child[i] = w2;
+        object.wideNodes[w].count[i] = 0;
+        collapseNode(object, list[i], w2, depth + 1);
+    }
+}
+
+float slotHalfArea(const WideNode& node, int slot) {
+    Bbox box;
+    for (int k = 0; k < 3; ++k) {
+        box.min[k] = node.planes(k)[slot];
+        box.max[k] = node.planes(k + 3)[slot];
+    }
+    return halfArea(box);
+}
+
+void swapSlots(WideNode& node, int i, int j) {
+    for (int p = 0; p < 6; ++p) std::swap(node.planes(p)[i], node.planes(p)[j]);
+    std::swap(node.child[i], node.child[j]);
+    std::swap(node.count[i], node.count[j]);
+    std::swap(node.hits[i], node.hits[j]);
+}
+
+}  // namespace
+
+WideNode emptyWideNode() {
+    WideNode node;
+    for (int i = 0; i < 8; ++i) {
+        for (int k = 0; k < 3; ++k) {
+            node.planes(k)[i] = kInfinity;
+            node.planes(k + 3)[i] = -kInfinity;
+        }
+        node.child[i] = kEmptySlot;
+        node.count[i] = 0;
+        node.hits[i] = 0;
+    }
+    return node;
+}
+
+void computeInstanceMatrices(Instance& instance) {
+    // The inverse by cofactors, for any invertible 4x4 matrix.
+    const float* m = instance.toWorld;
+    float inv[16];
+    inv[0] = m[5] * m[10] * m[15] - m[5] * m[11] * m[14] - m[9] * m[6] * m[15] + m[9] * m[7] * m[14] +
+             m[13] * m[6] * m[11] - m[13] * m[7] * m[10];
+    inv[4] = -m[4] * m[10] * m[15] + m[4] * m[11] * m[14] + m[8] * m[6] * m[15] - m[8] * m[7] * m[14] -
+             m[12] * m[6] * m[11] + m[12] * m[7] * m[10];
+    inv[8] = m[4] * m[9] * m[15] - m[4] * m[11] * m[13] - m[8] * m[5] * m[15] + m[8] * m[7] * m[13] +
+             m[12] * m[5] * m[11] - m[12] * m[7] * m[9];
+    inv[12] = -m[4] * m[9] * m[14] + m[4] * m[10] * m[13] + m[8] * m[5] * m[14] - m[8] * m[6] * m[13] -
+              m[12] * m[5] * m[10] + m[12] * m[6] * m[9];
+    inv[1] = -m[1] * m[10] * m[15] + m[1] * m[11] * m[14] + m[9] * m[2] * m[15] - m[9] * m[3] * m[14] -
+             m[13] * m[2] * m[11] + m[13] * m[3] * m[10];
+    inv[5] = m[0] * m[10] * m[15] - m[0] * m[11] * m[14] - m[8] * m[2] * m[15] + m[8] * m[3] * m[14] +
+             m[12] * m[2] * m[11] - m[12] * m[3] * m[10];
+    inv[9] = -m[0] * m[9] * m[15] + m[0] * m[11] * m[13] + m[8] * m[1] * m[15] - m[8] * m[3] * m[13] -
+             m[12] * m[1] * m[11] + m[12] * m[3] * m[9];
+    inv[13] = m[0] * m[9] * m[14] - m[0] * m[10] * m[13] - m[8] * m[1] * m[14] + m[8] * m[2] * m[13] +
+              m[12] * m[1] * m[10] - m[12] * m[2] * m[9];
+    inv[2] = m[1] * m[6] * m[15] - m[1] * m[7] * m[14] - m[5] * m[2] * m[15] + m[5] * m[3] * m[14] +
+             m[13] * m[2] * m[7] - m[13] * m[3] * m[6];
+    inv[6] = -m[0] * m[6] * m[15] + m[0] * m[7] * m[14] + m[4] * m[2] * m[15] - m[4] * m[3] * m[14] -
+             m[12] * m[2] * m[7] + m[12] * m[3] * m[6];
+    inv[10] = m[0] * m[5] * m[15] - m[0] * m[7] * m[13] - m[4] * m[1] * m[15] + m[4] * m[3] * m[13] +
+              m[12] * m[1] * m[7] - m[12] * m[3] * m[5];
+    inv[14] = -m[0] * m[5] * m[14] + m[0] * m[6] * m[13] + m[4] * m[1] * m[14] - m[4] * m[2] * m[13] -
+              m[12] * m[1] * m[6] + m[12] * m[2] * m[5];
+    inv[3] = -m[1] * m[6] * m[11] + m[1] * m[7] * m[10] + m[5] * m[2] * m[11] - m[5] * m[3] * m[10] -
+             m[9] * m[2] * m[7] + m[9] * m[3] * m[6];
+    inv[7] = m[0] * m[6] * m[11] - m[0] * m[7] * m[10] - m[4] * m[2] * m[11] + m[4] * m[3] * m[10] +
+             m[8] * m[2] * m[7] - m[8] * m[3] * m[6];
+    inv[11] = -m[0] * m[5] * m[11] + m[0] * m[7] * m[9] + m[4] * m[1] * m[11] - m[4] * m[3] * m[9] -
+              m[8] * m[1] * m[7] + m[8] * m[3] * m[5];
+    inv[15] = m[0] * m[5] * m[10] - m[0] * m[6] * m[9] - m[4] * m[1] * m[10] + m[4] * m[2] * m[9] +
+              m[8] * m[1] * m[6] - m[8] * m[2] * m[5];
+    const float det = m[0] * inv[0] + m[1] * inv[4] + m[2] * inv[8] + m[3] * inv[12];
+    // A singular matrix keeps the inverse it had.
+    if (det != 0.0f && std::isfinite(det)) {
+        const float scale = 1.0f / det;
+        for (int i = 0; i < 16; ++i) instance.toLocal[i] = inv[i] * scale;
+    }
+    const float* l = instance.toLocal;
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) {
+            instance.directionMatrix[3 * r + c] = l[4 * r + c];
+            instance.normalMatrix[3 * r + c] = l[4 * c + r];
+        }
+}
+
+Bbox transformedBox(const float m[16], const Bbox& box) {
+    Bbox result;
+    for (int corner = 0; corner < 8; ++corner) {
+        const float x = (corner & 1) ? box.max[0] : box.min[0];
+        const float y = (corner & 2) ? box.max[1] : box.min[1];
+        const float z = (corner & 4) ? box.max[2] : box.min[2];
+        const float w = m[12] * x + m[13] * y + m[14] * z + m[15];
+        const float p[3] = {(m[0] * x + m[1] * y + m[2] * z + m[3]) / w, (m[4] * x + m[5] * y + m[6] * z + m[7]) / w,
+                            (m[8] * x + m[9] * y + m[10] * z + m[11]) / w};
+        for (int k = 0; k < 3; ++k) {
+            result.min[k] = p[k] < result.min[k] ? p[k] : result.min[k];
+            result.max[k] = p[k] > result.max[k] ? p[k] : result.max[k];
+        }
+    }
+    return result;
+}
+
+void updateHierarchy(Object& object) {
+    object.primitiveRefs = {};
+    object.wideNodes = {};
+    object.maxWideDepth = 0;
+    if (object.bbvhNodes.empty()) {
+        // An empty object: nothing to walk, an empty box and no cost.
+        object.bounds = Bbox{};
+        for (Instance& instance : object.instances) computeInstanceMatrices(instance);
+        object.sahCost = 0.0;
+        return;
+    }
+
+    makeDepthLists(object);
+    bottomUp(object, [&object](uint32_t n) { refitNode(object, n); });
+    makeDepthLists(object);
+    bottomUp(object, [&object](uint32_t n) { rotateNode(object, n); });
+
+    // The object's box again, from its primitives and its instances.
+    Bbox bounds;
+    for (const Part& part : object.parts) {
+        for (uint32_t i = 0; i < part.particles.size(); ++i) growBox(bounds, primitiveBox(part, kParticle, i));
+        for (uint32_t i = 0; i < part.cylinders.size(); ++i) growBox(bounds, primitiveBox(part, kCylinder, i));
+        for (uint32_t i = 0; i < part.triangles.size(); ++i) growBox(bounds, primitiveBox(part, kTriangle, i));
+        for (uint32_t i = 0; i < part.tetragons.size(); ++i) growBox(bounds, primitiveBox(part, kTetragon, i));
+    }
+    for (Instance& instance : object.instances) {
+        computeInstanceMatrices(instance);
+        if (instance.target >= registry.objects.size()) continue;
+        instance.bounds = transformedBox(instance.toWorld, registry.objects[instance.target].bounds);
+        growBox(bounds, instance.bounds);
+    }
+    object.bounds = bounds;
+
+    double cost = 0.0;
+    for (const BbvhNode& node : object.bbvhNodes)
+        cost += isLeaf(node) ? double(halfArea(node.bounds)) * node.count : double(halfArea(node.bounds));
+    object.sahCost = cost;
+
+    makeDepthLists(object);
+    std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    bottomUp(object, [&nodes](uint32_t n) {
+        BbvhNode& node = nodes[n];
+        node.subtree = isLeaf(node) ? node.count : nodes[node.first].subtree + nodes[node.first + 1].subtree;
+    });
+
+    // Room for the usual sizes, to spare the copies of growth; both arrays
+    // are trimmed afterwards.
+    object.wideNodes.reserve(nodes.size() / 3 + 1);
+    object.primitiveRefs.reserve(object.buildRefs.size());
+    object.wideNodes.push_back(emptyWideNode());
+    collapseNode(object, 0, 0, 0);
+
+    for (auto& list : object.nodesAtDepth) list = {};
+    object.wideNodes.shrink_to_fit();
+    object.primitiveRefs.shrink_to_fit();
+}
+
+void satOrder(Object& object) {
+    const long long count = (long long)object.wideNodes.size();
+#pragma omp parallel for schedule(static) if (count >= 4096)
+    for (long long n = 0; n < count; ++n) {
+        WideNode& node = object.wideNodes[size_t(n)];
+        for (int s = 1; s < 8; ++s) {
+            if (node.child[s] == kEmptySlot) continue;
+            for (int j = s; j >= 1; --j)
+                if (slotHalfArea(node, j) > slotHalfArea(node, j - 1)) swapSlots(node, j - 1, j);
+        }
+    }
+}

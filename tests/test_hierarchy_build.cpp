@@ -1,0 +1,209 @@
+// The binary build, its update into the eight-wide tree, and slot order.
+#include <algorithm>
+#include <array>
+#include <functional>
+
+#include "hierarchy_fixtures.h"
+
+using namespace fixtures;
+
+namespace {
+
+class HierarchyBuild : public SceneTest {};
+
+Object objectWith(Part part) {
+    Object object;
+    object.name = "test";
+    object.parts.push_back(std::move(part));
+    return object;
+}
+
+Part particlesAt(const std::vector<Vector>& centres, float radius) {
+    Part part;
+    for (const Vector& c : centres) {
+        part.particles.push_back(uint32_t(part.positions.size()));
+        part.positions.push_back(c);
+        part.scalarChannels[0].elements.push_back(radius);
+    }
+    return part;
+}
+
+// Triangles at the given x offsets, each spanning `size` in x, y and z.
+Part trianglesAt(const std::vector<std::pair<float, float>>& offsetAndSize) {
+    Part part;
+    for (auto [x, size] : offsetAndSize) {
+        const uint32_t base = uint32_t(part.positions.size());
+        part.positions.insert(part.positions.end(), {{x, 0, 0}, {x + size, 0, 0}, {x, size, size}});
+        part.triangles.push_back({base, base + 1, base + 2, 0});
+    }
+    return part;
+}
+
+int usedSlots(const WideNode& node) {
+    int n = 0;
+    for (uint32_t c : node.child) n += c != kEmptySlot;
+    return n;
+}
+
+void quietUpdate(Object& object) {
+    ReportCapture quiet;
+    updateHierarchy(object);
+}
+
+TEST_F(HierarchyBuild, OnePrimitiveIsALeafRootAndReportsItsWaves) {
+    Object object = objectWith(particlesAt({{1, 2, 3}}, 0.5f));
+    object.name = "single";
+    ReportCapture capture;
+    buildHierarchy(object);
+    const std::string text = capture.text();
+    capture.restore();
+    const std::string line = "tree construction wavefront " + std::string(15, ' ');
+    EXPECT_EQ(text.rfind(line + "0 [ n/a ]\r" + line + "1 [ n/a ]\nbbvh construction for single ", 0), 0u) << text;
+    EXPECT_NE(text.find(" [ seconds ]\n" + std::string(80, '_') + "\n\n"), std::string::npos);
+
+    ASSERT_EQ(object.bbvhNodes.size(), 1u);
+    EXPECT_EQ(object.bbvhNodes[0].count, 1);
+    quietUpdate(object);
+    ASSERT_EQ(object.wideNodes.size(), 1u);
+    EXPECT_EQ(usedSlots(object.wideNodes[0]), 1);
+    EXPECT_FLOAT_EQ(object.bounds.min[0], 0.5f);
+    EXPECT_FLOAT_EQ(object.bounds.max[2], 3.5f);
+    expectHierarchyInvariants(object);
+}
+
+TEST_F(HierarchyBuild, CoincidentCentroidsEndInOneLeafAndAFarOneIsSplitOffFirst) {
+    Object twins = objectWith(trianglesAt({{0, 1}, {0, 1}}));
+    prepareHierarchy(twins);
+    ASSERT_EQ(twins.bbvhNodes.size(), 1u);
+    EXPECT_EQ(twins.bbvhNodes[0].count, 2);
+
+    std::vector<Vector> centres(1000, Vector{0, 0, 0});
+    centres.push_back({100, 0, 0});
+    Object crowd = objectWith(particlesAt(centres, 0.5f));
+    prepareHierarchy(crowd);
+    const BbvhNode& root = crowd.bbvhNodes[0];
+    ASSERT_EQ(root.count, 0);
+    EXPECT_EQ(crowd.bbvhNodes[root.first].count, 1000);
+    EXPECT_EQ(crowd.bbvhNodes[root.first + 1].count, 1);
+    expectHierarchyInvariants(crowd);
+
+    // Centroids on a line along x: the empty axes are skipped, and the
+    // split goes on down to single references.
+    centres.clear();
+    for (int i = 0; i < 300; ++i) centres.push_back({float(i * 7 % 300), 0, 0});
+    Object line = objectWith(particlesAt(centres, 0.25f));
+    prepareHierarchy(line);
+    EXPECT_EQ(line.bbvhNodes.size(), 599u);
+    expectHierarchyInvariants(line);
+}
+
+TEST_F(HierarchyBuild, MixedKindsAndPartsAreAllReachableLargestSlotsFirst) {
+    Object object;
+    object.parts.push_back(triangleSoup(700, 10, 1));
+    object.parts.push_back(tetragonField(300, 10, 1));
+    object.parts.push_back(sphereCloud(300, 10, 0.5f));
+    object.parts.push_back(hairStrands(40, 8, 10, 0.05f));
+    prepareHierarchy(object);
+    expectHierarchyInvariants(object);
+    EXPECT_GT(object.wideNodes.size(), 1u);
+    EXPECT_GT(object.sahCost, 0.0);
+    for (const WideNode& node : object.wideNodes)
+        for (int s = 1; s < 8; ++s)
+            if (node.child[s] != kEmptySlot) {
+                EXPECT_GE(halfArea(slotBox(node, s - 1)), halfArea(slotBox(node, s)));
+            }
+
+    Object empty;
+    empty.parts.emplace_back();
+    prepareHierarchy(empty);
+    EXPECT_TRUE(empty.bbvhNodes.empty());
+    EXPECT_TRUE(empty.wideNodes.empty());
+    EXPECT_GT(empty.bounds.min[0], empty.bounds.max[0]);
+}
+
+// A binary tree given node by node (first, count), for the update alone.
+Object handTree(Part part, const std::vector<std::pair<uint32_t, uint16_t>>& nodes) {
+    Object object = objectWith(std::move(part));
+    for (uint32_t i = 0; i < object.parts[0].triangles.size(); ++i) object.buildRefs.emplace_back(0u, kTriangle, i);
+    for (auto [first, count] : nodes) {
+        object.bbvhNodes.emplace_back();
+        object.bbvhNodes.back().first = first;
+        object.bbvhNodes.back().count = count;
+    }
+    return object;
+}
+
+TEST_F(HierarchyBuild, ThreeLeavesGiveOneWideNodeOfThreeSlots) {
+    Object object = handTree(trianglesAt({{0, 1}, {10, 1}, {20, 1}}), {{1, 0}, {0, 1}, {3, 0}, {1, 1}, {2, 1}});
+    quietUpdate(object);
+    ASSERT_EQ(object.wideNodes.size(), 1u);
+    EXPECT_EQ(usedSlots(object.wideNodes[0]), 3);
+    expectHierarchyInvariants(object);
+}
+
+TEST_F(HierarchyBuild, ATwinSubtreeLeftBelowEightSlotsCollapsesIntoOneLeaf) {
+    // Seven big triangles and a pair of equal tiny ones beside the last; the
+    // pair is the one inner node left when the root has opened to 8 slots.
+    std::vector<std::pair<float, float>> faces;
+    for (int i = 0; i < 7; ++i) faces.push_back({10.0f * float(i), 1.0f});
+    faces.push_back({60.5f, 0.01f});
+    faces.push_back({60.5f, 0.01f});
+    std::vector<std::pair<uint32_t, uint16_t>> nodes{{1, 0}, {3, 0}, {5, 0}, {7, 0}, {9, 0}, {11, 0}, {13, 0}};
+    for (uint32_t i = 0; i < 7; ++i) nodes.push_back({i, 1});
+    nodes.insert(nodes.end(), {{15, 0}, {7, 1}, {8, 1}});
+    Object object = handTree(trianglesAt(faces), nodes);
+    quietUpdate(object);
+    ASSERT_EQ(object.wideNodes.size(), 1u);
+    const WideNode& root = object.wideNodes[0];
+    EXPECT_EQ(usedSlots(root), 8);
+    EXPECT_EQ(std::count(root.count, root.count + 8, 2), 1);
+    expectHierarchyInvariants(object);
+}
+
+TEST_F(HierarchyBuild, RandomTreesSurviveRotationsWithEveryPrimitiveInPlace) {
+    // Random shapes over random triangles reach every rotation case; the
+    // update must neither lose a primitive nor leave a box unrefit, and the
+    // cost may only fall.
+    for (int round = 0; round < 20; ++round) {
+        const uint32_t leaves = 40 + uint32_t(round) * 7;
+        std::vector<std::pair<uint32_t, uint16_t>> nodes(1);
+        std::vector<std::array<uint32_t, 3>> open{{0, 0, leaves}};   // node, first, end
+        while (!open.empty()) {
+            const auto [index, first, end] = open.back();
+            open.pop_back();
+            if (end - first == 1) {
+                nodes[index] = {first, 1};
+                continue;
+            }
+            const uint32_t split = first + 1 + hardwareRandom() % (end - first - 1);
+            const uint32_t child = uint32_t(nodes.size());
+            nodes[index] = {child, 0};
+            nodes.resize(child + 2);
+            open.push_back({child, first, split});
+            open.push_back({child + 1, split, end});
+        }
+        Object object = handTree(triangleSoup(int(leaves), 20, 2), nodes);
+        const Object unrotated = object;
+        quietUpdate(object);
+        expectHierarchyInvariants(object);
+
+        double before = 0.0;
+        std::function<Bbox(uint32_t)> refit = [&](uint32_t n) {
+            const BbvhNode& node = unrotated.bbvhNodes[n];
+            Bbox box;
+            if (node.count == 0) {
+                box = unionBox(refit(node.first), refit(node.first + 1));
+                before += halfArea(box);
+                return box;
+            }
+            for (uint32_t i = node.first; i < node.first + node.count; ++i)
+                growBox(box, referenceBox(unrotated, unrotated.buildRefs[i]));
+            before += double(halfArea(box)) * node.count;
+            return box;
+        };
+        refit(0);
+        EXPECT_LE(object.sahCost, before * 1.000001);
+    }
+}
+
+}  // namespace

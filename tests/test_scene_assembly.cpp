@@ -1,0 +1,179 @@
+// Scene assembly: targets, the root object, levels, bottom-up preparation,
+// the sampling tables and the strand parameters of hair parts.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "core/stages.h"
+#include "geometry/prepare.h"
+#include "geometry/surface_sampling.h"
+#include "scene_fixture.h"
+
+namespace {
+
+class SceneAssemblyTest : public SceneTest {
+protected:
+    static int named(const char* name) {
+        const int o = lvAddObject();
+        lvSetObjectName(o, name);
+        return o;
+    }
+
+    // An object with one part holding a unit square as two triangles in the z = 0 plane.
+    static int addSquare(const char* name, int shader = 0, float offset = 0.0f) {
+        const int o = named(name);
+        const int p = lvAddPart(o);
+        const float xyz[] = {offset, 0, 0, offset + 1, 0, 0, offset + 1, 1, 0, offset, 1, 0};
+        const int tris[] = {0, 1, 2, 0, 2, 3};
+        lvAddPositions(o, p, 4, xyz);
+        lvSetShaderID(o, p, shader);
+        lvAddTriangles(o, p, 2, tris);
+        return o;
+    }
+
+    static void instance(int object, const char* target, float dx = 0.0f) {
+        Instance in;
+        in.targetName = target;
+        in.toWorld[3] = dx;
+        registry.objects[size_t(object)].instances.push_back(in);
+    }
+
+    static std::vector<std::string> assemble() { return reportedLines(prepareAccelerator); }
+
+    static bool contains(const std::vector<std::string>& lines, const std::string& text) {
+        return std::any_of(lines.begin(), lines.end(), [&](const std::string& l) { return l.find(text) != std::string::npos; });
+    }
+};
+
+TEST(SurfaceArea, TrianglesAndTetragons) {
+    EXPECT_NEAR(tetragonArea({0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}), 1.0f, 1e-6f);
+    EXPECT_NEAR(tetragonArea({0, 0, 0}, {2, 0, 0}, {2, 3, 0}, {0, 3, 0}), 6.0f, 1e-5f);
+    EXPECT_NEAR(triangleArea({0, 0, 0}, {2, 0, 0}, {0, 3, 0}), 3.0f, 1e-5f);
+    EXPECT_NEAR(triangleArea({0, 0, 0}, {1, 0, 0}, {2, 0, 0}), 0.25f * 1e-5f, 1e-9f);   // the guarded root
+}
+
+TEST_F(SceneAssemblyTest, TheLastUnreferencedObjectIsRootAndTakesTheOthers) {
+    addSquare("a");
+    addSquare("b", 0, 2.0f);
+    addSquare("c", 0, 4.0f);
+    const auto lines = assemble();
+    EXPECT_EQ(registry.rootObject, 2);
+    EXPECT_TRUE(contains(lines, "object - c is treated as the root object"));
+    const Object& root = registry.objects[2];
+    ASSERT_EQ(root.instances.size(), 2u);
+    EXPECT_EQ(root.instances[0].target, 0u);
+    EXPECT_EQ(root.instances[1].target, 1u);
+    EXPECT_EQ(root.instances[1].toWorld[3], 0.0f);
+    EXPECT_EQ(registry.sceneMin.x, 0.0f);
+    EXPECT_EQ(registry.sceneMax.x, 5.0f);
+    EXPECT_NEAR(registry.sceneRadius, 0.5f * std::sqrt(26.0f), 1e-5f);
+    EXPECT_TRUE(contains(lines, "scene size             5.0000           1.0000           0.0000 [ m ]"));
+}
+
+TEST_F(SceneAssemblyTest, TargetsArePreparedBeforeTheirInstancesAndBoundsNest) {
+    const int a = addSquare("A");
+    const int b = named("B");
+    instance(b, "A", 10.0f);
+    const int root = named("root");
+    instance(root, "B", 5.0f);
+    const auto lines = assemble();
+    EXPECT_EQ(registry.rootObject, root);
+    EXPECT_EQ(registry.objects[size_t(a)].level, 2u);
+    EXPECT_EQ(registry.objects[size_t(b)].level, 1u);
+    EXPECT_EQ(registry.sceneMin.x, 15.0f);
+    EXPECT_EQ(registry.sceneMax.x, 16.0f);
+    // A's hierarchy is built before B's, B's before the root's.
+    std::vector<std::string> order;
+    for (const auto& line : lines)
+        if (line.rfind("bbvh construction for ", 0) == 0) order.push_back(line.substr(22, line.find(' ', 22) - 22));
+    EXPECT_EQ(order, (std::vector<std::string>{"A", "B", "root"}));
+}
+
+TEST_F(SceneAssemblyTest, TheLastVisitSetsTheLevel) {
+    addSquare("X");
+    const int y = named("Y");
+    instance(y, "X");
+    const int root = named("root");
+    instance(root, "Y");
+    instance(root, "X");
+    assemble();
+    EXPECT_EQ(registry.objects[0].level, 1u);   // reached last through the root directly
+    EXPECT_EQ(registry.objects[1].level, 1u);
+}
+
+TEST_F(SceneAssemblyTest, UnresolvedTargetsAndCyclesEndCleanly) {
+    const int a = named("a");
+    const int b = named("b");
+    instance(a, "b");
+    instance(b, "a");
+    instance(b, "nobody");
+    const auto lines = assemble();
+    EXPECT_TRUE(contains(lines, "error :( \tobject - there is no root object"));
+    EXPECT_TRUE(contains(lines, "error :( \tobject - instance cycle"));
+    for (const Object& object : registry.objects)
+        for (const Instance& in : object.instances) EXPECT_LT(in.target, registry.objects.size());
+}
+
+TEST_F(SceneAssemblyTest, SamplingTablesFollowTheEmittingSides) {
+    const int front = FindShader("front");
+    const int both = FindShader("both");
+    registry.shaders[size_t(front)].emits[kFaceSide] = true;
+    registry.shaders[size_t(both)].emits[kFaceSide] = true;
+    registry.shaders[size_t(both)].emits[kBackSide] = true;
+    registry.shaders[size_t(both)].hasVirtualLight[kFaceSide] = true;
+
+    const int lamp = addSquare("lamp", front);
+    const int panel = addSquare("panel", both);
+    // A root with two parts and one instance of the lamp: the instance is listed once per part.
+    const int root = addSquare("root", 0);
+    lvAddPart(root);
+    instance(root, "lamp");
+    instance(root, "panel");
+    assemble();
+
+    const Object& l = registry.objects[size_t(lamp)];
+    ASSERT_EQ(l.lightTable.size(), 2u);
+    EXPECT_EQ(l.lightTable[0].front, 1);
+    EXPECT_TRUE(l.photonTable.empty());
+    EXPECT_NEAR(l.lightArea, 1.0f, 1e-6f);
+
+    const Object& p = registry.objects[size_t(panel)];
+    EXPECT_EQ(p.lightTable.size(), 4u);   // both sides of two triangles
+    EXPECT_EQ(p.photonTable.size(), 2u);
+    EXPECT_NEAR(p.lightArea, 2.0f, 1e-6f);
+
+    const Object& r = registry.objects[size_t(root)];
+    EXPECT_EQ(r.lightTable.size(), 4u);   // two instances, twice
+    EXPECT_NEAR(r.lightArea, 2.0f * (1.0f + 2.0f), 1e-5f);
+
+    // Strata of the root's light table end on faces of the lamp or the panel.
+    for (int i = 0; i < 16; ++i) {
+        const SurfaceTableEntry& row = drawLightSurface(r, i, 16);
+        EXPECT_TRUE(row.kind == kTriangle);
+        EXPECT_TRUE(row.part == &l.parts[0] || row.part == &p.parts[0]);
+    }
+    // The last stratum lies in the last instance's target.
+    EXPECT_EQ(drawLightSurface(r, 15, 16).part, &p.parts[0]);
+}
+
+TEST_F(SceneAssemblyTest, StrandParametersAndTangents) {
+    const int o = lvAddObject();
+    const int p = lvAddPart(o);
+    const float xyz[] = {0, 0, 0, 0, 0, 1, 0, 0, 2, 0, 0, 3, 0, 0, 4};
+    const int segments[] = {0, 1, 2, 3};
+    lvAddPositions(o, p, 5, xyz);
+    lvAddCylinders(o, p, 4, segments);
+    Part& part = registry.objects[size_t(o)].parts[size_t(p)];
+    quietly([&] { preparePart(part); });
+    const auto& parameter = part.scalarChannels.back();
+    ASSERT_EQ(parameter.name, "parameter");
+    const std::vector<float> expected{0.0f, 0.2f, 0.4f, 0.6f, 0.8f};
+    for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(parameter.elements[i], expected[i], 1e-6f);
+    ASSERT_EQ(part.tangents.size(), 5u);
+    EXPECT_EQ(part.tangents[0], (PackedDirection{0, 0, 127}));
+    EXPECT_EQ(part.tangents[3], (PackedDirection{0, 0, 127}));
+    EXPECT_EQ(part.tangents[4], (PackedDirection{0, 0, 0}));
+    EXPECT_EQ(registry.shaders[0].hair, 1);
+}
+
+}  // namespace
