@@ -32,6 +32,7 @@ struct SkyLightValues {
     float ior = 1.0f;
     Color photonPower{0.0f, 0.0f, 0.0f};
     int workingSample = 64;      // the renderer's sample count, copied at preparation
+    VolumeShader medium;         // skyMedium: the scene's air
 };
 
 struct Registry {
@@ -63,6 +64,10 @@ struct Registry {
     int currentCamera = 0;
     Camera* currentCameraRecord = nullptr;
     int rootObject = 0;
+    Vector sceneMin{0, 0, 0}, sceneMax{0, 0, 0}, sceneCenter{0, 0, 0};
+    float sceneRadius = 0.0f;
+    uint32_t displaceMilliseconds = 0;
+    uint32_t smoothMilliseconds = 0;
     uint64_t elapsedMicroseconds = 0;
     uint64_t rayCount = 0;
     uint64_t shadowRayCount = 0;

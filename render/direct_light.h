@@ -1,0 +1,13 @@
+// Light that reaches a shading point straight from the lights, as a lobe
+// bundle: geometry light, sky, then point and parallel lights.
+#pragma once
+
+#include "core/records.h"
+#include "render/radiance.h"
+
+LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit);
+LobeBundle skyDirect(const RayState& ray, const HitRecord& hit);
+LobeBundle gafferDirect(const RayState& ray, const HitRecord& hit);
+
+// The three sources in their order, summed.
+LobeBundle directLight(const RayState& ray, const HitRecord& hit);

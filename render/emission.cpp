@@ -1,0 +1,119 @@
+#include "render/emission.h"
+
+#include <cmath>
+
+#include "core/constants.h"
+#include "core/registry.h"
+#include "lv.h"
+#include "render/radiance.h"
+#include "shading/images.h"
+#include "shading/lobes.h"
+
+namespace {
+
+inline bool outsideBody(const RayState& ray) { return std::fabs(ray.ior - 1.0f) < 1e-8f; }
+
+// Adds `value` x throughput / split to the pixel of the ray in an AOV, when
+// its image has been sized.
+void addToAov(Aov& aov, const RayState& ray, Color value) {
+    std::vector<float>& store = aov.image.floatStore;
+    const size_t at = size_t(registry.threadPixelIndex[ray.thread]) * size_t(aov.image.channels);
+    if (aov.image.channels < 3 || at + 3 > store.size()) return;
+    const Color v = value * ray.throughput / float(ray.split);
+    store[at] += v.x;
+    store[at + 1] += v.y;
+    store[at + 2] += v.z;
+}
+
+// The density of the bounce that made the ray, seen from its parent hit.
+float bounceDensity(const RayState& ray) {
+    // Fibre parents weigh through the hair model, which has no densities yet.
+    if (ray.previous_kind == kCylinder || !ray.parent_hit) return 0.0f;
+    const HitRecord& parent = *static_cast<const HitRecord*>(ray.parent_hit);
+    switch (ray.lobe) {
+    case kTagLambertian: return dot(parent.normal, ray.direction) * kInvPi;
+    case kTagDiffuseTransmission: return -dot(parent.normal, ray.direction) * kInvPi;
+    case kTagGlossyReflection: return halfVectorLobe(parent.out_direction, ray.direction, parent);
+    default: return 0.0f;
+    }
+}
+
+// The share of the sky that a bounce counts. The lights sample the sky only
+// through its map; without a map the bounces carry all of it.
+float skyBounceWeight(const RayState&) { return 1.0f; }
+
+// The photons' cell of the hit, on its own side or the other; black until
+// the density estimator holds photons.
+Color densityCell(const RayState&, const HitRecord&, bool) { return zero; }
+
+// The geometry-light AOV that a lobe tag feeds.
+uint32_t lobeChannel(uint8_t lobe) {
+    switch (lobe) {
+    case kTagLambertian: return LV_CHANNEL_LAMBERTIAN;
+    case kTagDiffuseTransmission: return LV_CHANNEL_TRANSMISSIVE;
+    case kTagGlossyReflection:
+    case kTagGlossyTransmission: return LV_CHANNEL_GLOSSY;
+    case kTagSpecularReflection:
+    case kTagSpecularTransmission: return LV_CHANNEL_SPECULAR;
+    default: return 0;
+    }
+}
+
+}  // namespace
+
+Color skyRadiance(Vector) { return registry.skyLight.color; }
+
+Color skyLookup(const RayState& ray) { return skyRadiance(ray.direction); }
+
+float emissionWeight(const RayState& ray, const HitRecord& hit) {
+    const GeometryLightValues& light = registry.geometryLight;
+    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
+    const uint8_t D = ray.lobe & 0xFEu;
+    if (!hit.virtual_light || light.sample == 0 || bounces == 0) return 1.0f;
+    // Caustic paths, which no light sample and no photon carries.
+    if ((ray.earlier_lobe == 2 || ray.earlier_lobe == 3) && D == 6 && light.photon == 0) return 1.0f;
+    if (ray.earlier_lobe == 4 && D == 6) return 1.0f;
+    if (D != 2 && ray.lobe != 4) return 0.0f;
+    if (!outsideBody(ray) || hit.cos_out <= 0.0f) return 0.0f;
+
+    const float pl = light.totalArea > 0.0f ? ray.t * ray.t / (hit.cos_out * light.totalArea) : 0.0f;
+    const float pb = bounceDensity(ray);
+    if (pb <= 0.0f) return 0.0f;
+    // The first hit took `sample` bounces and the light's own samples.
+    if (bounces == 1) {
+        const float n = float(light.workingSample);
+        return pb * n / (pb * n + pl * float(light.sample));
+    }
+    return pb / (pl + pb);
+}
+
+Color emission(const RayState& ray, const HitRecord& hit) {
+    const SurfaceShader& layer = *hit.layer;
+    Color e = zero;
+    if (hit.terminal) {
+        if (layer.has_lambertian) e += densityCell(ray, hit, true);
+        if (layer.has_transmissive) e += densityCell(ray, hit, false);
+    }
+    // A window shows the sky behind it.
+    const Color r = layer.window ? skyRadiance(ray.direction) : elementColor(layer.elements[LV_ELEMENT_EMISSIVE], hit.uv);
+    if (!isBlack(r)) e += r * emissionWeight(ray, hit);
+
+    if (!registry.geometryLightAOVs.empty()) {
+        const uint32_t channel = lobeChannel(ray.lobe);
+        for (Aov& aov : registry.geometryLightAOVs)
+            if (aov.channel == channel && (aov.shaderIndex == -1 || aov.shaderIndex == int(ray.shader)))
+                addToAov(aov, ray, e);
+    }
+    return e * hit.fresnel_complement;
+}
+
+Color missRadiance(const RayState& ray) {
+    const Color s = skyLookup(ray);
+    Color result = s;
+    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
+    if (registry.skyLight.sample != 0 && bounces != 0 && ((ray.lobe & 0xFEu) == 2 || ray.lobe == 4) && outsideBody(ray))
+        result = s * skyBounceWeight(ray);
+    if (ray.lobe >= 2 && ray.lobe <= 7)
+        for (Aov& aov : registry.skyLightAOVs) addToAov(aov, ray, result);
+    return result;
+}

@@ -1,0 +1,277 @@
+// The radiance of camera paths in small scenes with known answers: furnaces,
+// emitters seen directly and in a mirror, a wall under a large lamp, a glass
+// slab, absorption by media, and the AOVs of the first hit.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <string>
+
+#include "capture.h"
+#include "core/random.h"
+#include "core/registry.h"
+#include "lv.h"
+#include "registry_guard.h"
+#include "render/radiance.h"
+
+namespace {
+
+class RadianceScene : public ::testing::Test {
+protected:
+    void SetUp() override {
+        previous_ = std::filesystem::current_path();
+        scratch_ = std::filesystem::temp_directory_path() / ("lv_radiance_" + std::to_string(::getpid()));
+        std::filesystem::create_directories(scratch_);
+        std::filesystem::current_path(scratch_);
+        ReportCapture quiet;
+        lvStartup();
+        seedHardwareRandom(11);
+        registry.skyLight.color = zero;
+        lvSetRendererDistance(0.0f);   // path tracing: no photon cells stand in for light
+        object_ = lvAddObject();
+    }
+    void TearDown() override {
+        {
+            ReportCapture quiet;
+            lvFinalize();
+        }
+        std::filesystem::current_path(previous_);
+        std::filesystem::remove_all(scratch_);
+    }
+
+    static int shader(Color lambertian, Color emissive = zero) {
+        const int s = lvAddShader();
+        // An unnamed shader is "undefined", which a face trades for its part's.
+        std::string name = "s";
+        name += std::to_string(s);
+        lvSetShaderName(s, name.c_str());
+        const int layer = lvAddSurfaceShader(s);
+        lvSetSurfaceColor(s, layer, LV_ELEMENT_LAMBERTIAN, lambertian.x, lambertian.y, lambertian.z);
+        lvSetSurfaceColor(s, layer, LV_ELEMENT_EMISSIVE, emissive.x, emissive.y, emissive.z);
+        return s;
+    }
+    // A specular layer of colour `c` and index `ior`.
+    static int specular(float c, float ior, Material material) {
+        const int s = shader(zero);
+        lvSetSurfaceColor(s, 0, LV_ELEMENT_SPECULAR, c, c, c);
+        lvSetSurfaceColor(s, 0, LV_ELEMENT_IOR, ior, ior, ior);
+        lvSetSurfaceMaterial(s, 0, material);
+        return s;
+    }
+    // Corners in order around the face; its front is the side from which they
+    // run counter-clockwise. All faces share one part: the walk tells a
+    // ray's parent primitive by its index alone.
+    void quad(Vector a, Vector b, Vector c, Vector d, int s) {
+        if (faces_ < 0) faces_ = lvAddPart(object_);
+        const float xyz[12] = {a.x, a.y, a.z, b.x, b.y, b.z, c.x, c.y, c.z, d.x, d.y, d.z};
+        const int corners[4] = {faceCorners_, faceCorners_ + 1, faceCorners_ + 2, faceCorners_ + 3};
+        faceCorners_ += 4;
+        lvAddPositions(object_, faces_, 4, xyz);
+        lvSetShaderID(object_, faces_, s);
+        lvAddTetragons(object_, faces_, 1, corners);
+    }
+    // A square of half side h in the plane z = z0.
+    void square(float z0, float h, int s, bool facingUp = true) {
+        if (facingUp) quad({-h, -h, z0}, {h, -h, z0}, {h, h, z0}, {-h, h, z0}, s);
+        else quad({-h, -h, z0}, {-h, h, z0}, {h, h, z0}, {h, -h, z0}, s);
+    }
+    // A sphere is a part of one particle, with the shader of the part.
+    void sphere(Vector centre, float radius, int s) {
+        const int part = lvAddPart(object_);
+        const int index = 0;
+        lvAddPositions(object_, part, 1, &centre.x);
+        lvAddRadii(object_, part, 1, &radius);
+        lvAddParticles(object_, part, 1, &index);
+        lvSetShaderID(object_, part, s);
+    }
+    static int camera(Vector position, Vector target, float fov, int size, int frames, Vector up = {0, 1, 0}) {
+        const int c = lvAddCamera();
+        lvSetCameraResolution(c, size, size);
+        lvSetCameraSample(c, frames);
+        for (float t : {0.0f, 1.0f}) {
+            lvSetCameraTime(c, t);
+            lvSetCameraPosition(c, position.x, position.y, position.z);
+            lvSetCameraTarget(c, target.x, target.y, target.z);
+            lvSetCameraUpVector(c, up.x, up.y, up.z);
+            lvSetCameraFOV(c, fov);
+        }
+        return c;
+    }
+    // Ends the scene and starts an empty one with the same renderer settings.
+    void restart() {
+        ReportCapture quiet;
+        lvFinalize();
+        lvStartup();
+        registry.skyLight.color = zero;
+        object_ = lvAddObject();
+        faces_ = -1;
+        faceCorners_ = 0;
+    }
+    static const ImageRecord& render() {
+        ReportCapture quiet;
+        lvInitialize();
+        lvRender();
+        return registry.cameras[0].aovs[0].image;
+    }
+    // Mean over the square of pixels [from, to) in both axes.
+    static Color mean(const ImageRecord& image, int from, int to) {
+        Color sum = zero;
+        for (int y = from; y < to; ++y)
+            for (int x = from; x < to; ++x) sum += storedPixel(image, y * image.width + x);
+        return sum / float((to - from) * (to - from));
+    }
+    static void expectNear(Color c, Color expected, float relative) {
+        EXPECT_NEAR(c.x, expected.x, relative * expected.x + 1e-6f);
+        EXPECT_NEAR(c.y, expected.y, relative * expected.y + 1e-6f);
+        EXPECT_NEAR(c.z, expected.z, relative * expected.z + 1e-6f);
+    }
+
+    int object_ = 0;
+    int faces_ = -1, faceCorners_ = 0;
+
+private:
+    RegistryGuard guard_;   // puts back the renderer values the tests change
+    std::filesystem::path previous_, scratch_;
+};
+
+// A convex lambertian sphere under a white sky sends every bounce to the sky:
+// it shows its albedo exactly, and the background shows the sky.
+TEST_F(RadianceScene, LambertianSphereInAWhiteFurnaceShowsItsAlbedo) {
+    registry.skyLight.color = one;
+    sphere({0, 0, 0}, 1.0f, shader({0.5f, 0.5f, 0.5f}));
+    camera({0, 0, 6}, {0, 0, 0}, 30.0f, 16, 2);
+    const ImageRecord& image = render();
+    expectNear(mean(image, 6, 10), {0.5f, 0.5f, 0.5f}, 1e-5f);
+    expectNear(storedPixel(image, 0), one, 0.0f);
+}
+
+// Inside a closed box that emits E and reflects a everywhere, each bounce
+// adds E a^k until the bounce budget or the throughput cut-off ends the path.
+TEST_F(RadianceScene, ClosedFurnaceSumsBouncesUpToTheBudget) {
+    lvSetRendererSample(4);
+    for (int bounce : {1, 16}) {
+        const int s = shader({0.5f, 0.5f, 0.5f}, {0.5f, 0.5f, 0.5f});
+        for (int axis = 0; axis < 3; ++axis)
+            for (float side : {-1.0f, 1.0f}) {
+                auto at = [&](float u, float v) {
+                    float p[3];
+                    p[axis] = side;
+                    p[(axis + 1) % 3] = u;
+                    p[(axis + 2) % 3] = v;
+                    return Vector{p[0], p[1], p[2]};
+                };
+                quad(at(-1, -1), at(1, -1), at(1, 1), at(-1, 1), s);
+            }
+        camera({0, 0, 0.2f}, {0, 0, -1}, 60.0f, 8, 1);
+        lvSetRendererBounce(bounce);
+        lvSetRendererRayDepth(16);
+        // One bounce: E + a E. Sixteen: the throughput a^10 = 2^-10 is cut,
+        // which leaves ten terms E a^k.
+        const float expected = bounce == 1 ? 0.75f : 1.0f - std::ldexp(1.0f, -10);
+        expectNear(mean(render(), 0, 8), {expected, expected, expected}, 1e-5f);
+        restart();
+    }
+}
+
+// An emitter seen directly shows its radiance; with ray_depth 1 a lit
+// surface shows nothing, as only the first hit's own emission remains.
+TEST_F(RadianceScene, DirectHitsAndRayDepthOne) {
+    registry.skyLight.color = one;
+    square(0.0f, 10.0f, shader(zero, {2, 3, 4}));
+    sphere({0, 0, 2}, 0.5f, shader({0.8f, 0.8f, 0.8f}));
+    camera({0, 0, 6}, {0, 0, 0}, 40.0f, 16, 1);
+    lvSetRendererRayDepth(1);
+    const ImageRecord& image = render();
+    expectNear(storedPixel(image, 0), {2, 3, 4}, 1e-6f);
+    expectNear(mean(image, 7, 9), zero, 0.0f);
+}
+
+// A specular layer over a black base reflects colour x Schlick F(cos) of its
+// index times the emitter it sees; at an index of 1 it reflects nothing.
+TEST_F(RadianceScene, SpecularLayerReflectsSchlickFresnel) {
+    for (float ior : {1.5f, 1.0f}) {
+        SCOPED_TRACE(ior);
+        quad({-10, 0, -10}, {-10, 0, 10}, {10, 0, 10}, {10, 0, -10}, specular(0.8f, ior, LV_MATERIAL_OPAQUE));
+        quad({-60, 0, -20}, {-60, 80, -20}, {60, 80, -20}, {60, 0, -20}, shader(zero, {5, 5, 5}));
+        camera({0, 5, 5}, {0, 0, 0}, 2.0f, 8, 1);   // 45 degrees to the mirror
+        const float r0 = 0.04f, q = 1.0f - std::sqrt(0.5f);
+        const float F = ior == 1.0f ? 0.0f : r0 + std::pow(q, 5.0f) * (1.0f - r0);
+        expectNear(mean(render(), 2, 6), Color{5, 5, 5} * (0.8f * F), 0.005f);
+        restart();
+    }
+}
+
+// A lambertian wall under a parallel square lamp: albedo x radiance x the form
+// factor from a point to a square of half side a at height h, four times the
+// corner form factor (X / sqrt(1 + X^2)) atan(1 / sqrt(1 + X^2)) / pi, X = a / h.
+// With a grey `diffusion` the bounce leaves from a point drawn nearby on the
+// same wall, which sees nearly the same lamp: the answer barely moves.
+TEST_F(RadianceScene, WallUnderLargeLampMatchesFormFactor) {
+    lvSetRendererSample(256);
+    const float X = 1.0f, s = std::sqrt(1.0f + X * X);
+    const float F = 4.0f * (X / s) * std::atan(1.0f / s) / kPi;
+    for (float diffusion : {0.0f, 0.002f}) {
+        const int wall = shader({0.5f, 0.5f, 0.5f});
+        lvSetSurfaceColor(wall, 0, LV_ELEMENT_DIFFUSION, diffusion, diffusion, diffusion);
+        square(0.0f, 20.0f, wall);
+        square(2.0f, 2.0f, shader(zero, {1, 1, 1}), false);
+        camera({0, 0, 1}, {0, 0, 0}, 6.0f, 32, 4);
+        expectNear(mean(render(), 8, 24), Color{0.5f, 0.5f, 0.5f} * F, 0.015f);
+        restart();
+    }
+}
+
+// A glass slab of index 1.5 seen head on passes (1 - F)^2 of the lamp behind
+// it, plus the inner reflections (F^2 each round trip), with F = 0.04. Its
+// medium absorbs pow(T, t) per channel over the thickness; outside, the air's
+// medium does the same over the whole way.
+TEST_F(RadianceScene, GlassSlabPassesFresnelAndAbsorbsByItsMedium) {
+    const float F = 0.04f, C = 1.0f - F;
+    const Color T{0.5f, 0.8f, 1.0f}, inside = T * T, thrice = inside * inside * inside;   // two units of glass
+    const Color air{std::pow(0.9f, 8.0f), std::pow(0.95f, 8.0f), 1.0f};   // 6 units before, 2 after
+    struct Case {
+        Color glassMedium, airMedium, expected;
+    };
+    const Case cases[] = {
+        {one, one, Color{1, 1, 1} * (C * C * (1.0f + F * F))},
+        {T, one, (inside + thrice * (F * F)) * (C * C)},
+        {one, {0.9f, 0.95f, 1.0f}, air * (C * C * (1.0f + F * F))},
+    };
+    for (const Case& c : cases) {
+        const int glass = specular(1.0f, 1.5f, LV_MATERIAL_SOLID);
+        registry.shaders[size_t(glass)].volume.transmittance = c.glassMedium;
+        registry.skyLight.medium.transmittance = c.airMedium;
+        square(0.0f, 10.0f, glass);
+        square(-2.0f, 10.0f, glass, false);
+        square(-4.0f, 30.0f, shader(zero, {1, 1, 1}));
+        camera({0, 0, 6}, {0, 0, 0}, 2.0f, 8, 1);
+        expectNear(mean(render(), 2, 6), c.expected, 0.005f);
+        restart();
+    }
+    // A thin sheet lets the light through unbent, less its summed reflectance:
+    // 1 - 2F / (1 + F).
+    square(0.0f, 10.0f, specular(1.0f, 1.5f, LV_MATERIAL_THIN));
+    square(-4.0f, 30.0f, shader(zero, {1, 1, 1}));
+    camera({0, 0, 6}, {0, 0, 0}, 2.0f, 8, 1);
+    expectNear(mean(render(), 2, 6), Color{1, 1, 1} * ((1.0f - F) / (1.0f + F)), 0.005f);
+}
+
+// First-hit AOVs: a flat face towards +z writes its normal, position, depth
+// and colour, each sample divided by the split so that the sum is the value.
+TEST_F(RadianceScene, CameraAovsHoldTheFirstHit) {
+    square(0.0f, 10.0f, shader({0.25f, 0.5f, 0.75f}, {1, 0, 0}));
+    const int c = camera({0, 0, 3}, {0, 0, 0}, 1.0f, 4, 3);
+    const Channel channels[] = {LV_CHANNEL_NORMAL, LV_CHANNEL_DEPTH, LV_CHANNEL_LAMBERTIAN_COLOR,
+                                LV_CHANNEL_EMISSIVE, Channel(LV_CHANNEL_NORMAL | LV_CHANNEL_DEPTH)};
+    for (Channel channel : channels) lvSetCameraAOVChannel(c, lvAddCameraAOV(c), channel);
+    render();
+    const auto& aovs = registry.cameras[0].aovs;
+    expectNear(storedPixel(aovs[1].image, 5), {0.5f, 0.5f, 1.0f}, 1e-5f);
+    expectNear(storedPixel(aovs[2].image, 5), {3, 3, 3}, 1e-3f);
+    expectNear(storedPixel(aovs[3].image, 5), {0.25f, 0.5f, 0.75f}, 1e-5f);
+    expectNear(storedPixel(aovs[4].image, 5), {1, 0, 0}, 1e-5f);
+    expectNear(storedPixel(aovs[5].image, 5), zero, 0.0f);   // two bits set: nothing
+}
+
+}  // namespace
