@@ -2,8 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "core/random.h"
-#include "registry_guard.h"
-#include "scene/block_reader.h"
+#include "scene_fixture.h"
 
 namespace {
 
@@ -29,10 +28,7 @@ Trace readBody(const std::string& text, std::string* rest = nullptr) {
     return t;
 }
 
-void readScene(const std::string& text) {
-    std::istringstream file(text);
-    readSceneStream(file);
-}
+using SceneFile = SceneTest;
 
 }  // namespace
 
@@ -84,8 +80,7 @@ TEST(TypedReaders, FailedValuesKeepTheirTargets) {
     EXPECT_EQ(text, "\"two");
 }
 
-TEST(SceneFile, DroppedBlocksKeepTheirNesting) {
-    RegistryGuard guard;
+TEST_F(SceneFile, DroppedBlocksKeepTheirNesting) {
     readScene(
         "stray words\nend\n"
         "shader\n surface_shader\n  lambertian\n   sampler\n   end\n  end\n end\nend\n"
@@ -100,8 +95,7 @@ TEST(SceneFile, DroppedBlocksKeepTheirNesting) {
     EXPECT_EQ(registry.cameras[2].name, "d");
 }
 
-TEST(SceneFile, GarbageNeverHangsOrCrashes) {
-    RegistryGuard guard;
+TEST_F(SceneFile, GarbageNeverHangsOrCrashes) {
     const std::string scene =
         "render\n final_gather\n  sample 4\n end\n image_path \"img\"\nend\n"
         "camera\n pose\n  position 0 1 2\n end\n aov\n  type \"normal\"\n end\nend\n"

@@ -1,37 +1,24 @@
+// Image search and loading, RGBE packing, and texture lookups.
 #include <FreeImage.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <filesystem>
-
-#include "capture.h"
-#include "core/exponent.h"
 #include "core/random.h"
-#include "core/registry.h"
 #include "core/stages.h"
 #include "output/write_image.h"
+#include "scene_fixture.h"
 #include "shading/images.h"
 
 namespace {
 
-class ImagesTest : public ::testing::Test {
+// Images live in a folder of the scratch directory, found through the
+// search list's first entry.
+class ImagesTest : public SceneTest {
 protected:
-    static void SetUpTestSuite() { fillExponentTable(); FreeImage_Initialise(0); }
-    static void TearDownTestSuite() { FreeImage_DeInitialise(); }
     void SetUp() override {
-        char pattern[] = "/tmp/lv_images_XXXXXX";
-        dir = mkdtemp(pattern);
-        savedPaths = registry.imagePaths;
-        registry.imagePaths = {dir, ""};
-        registry.textures.clear();
+        SceneTest::SetUp();
+        fs::create_directories(dir / "lib/sub");
+        registry.imagePaths = {path("lib"), ""};
     }
-    void TearDown() override {
-        registry.textures.clear();
-        registry.imagePaths = savedPaths;
-        std::filesystem::remove_all(dir);
-    }
-    std::string dir;
-    std::vector<std::string> savedPaths;
 };
 
 // A one-row, one-channel 8-bit image.
@@ -54,24 +41,19 @@ constexpr Sampler kNearest{.pixel_sampler = kSamplerNearest}, kBilinear{};
 constexpr Sampler kClamped{.wrapU = kWrapClamp, .wrapV = kWrapClamp};
 
 TEST_F(ImagesTest, SearchListAndTexturesReport) {
-    std::filesystem::create_directory(dir + "/sub");
     ImageRecord source;
     SizeImage(source, 2, 2, 3, 32, false);
-    source.name = dir + "/sub/tex.png";
+    source.name = path("lib/sub/tex.png");
     ASSERT_EQ(saveImage(source), 1);
 
     EXPECT_EQ(FindImage("sub\\tex.png"), 0);   // through the directory entry, backslash as separator
-    EXPECT_EQ(FindImage(dir + "/sub/tex.png"), 1);   // through the empty entry
+    EXPECT_EQ(FindImage(path("lib/sub/tex.png")), 1);   // through the empty entry
     EXPECT_EQ(FindImage("gone.png"), 2);
     EXPECT_EQ(FindImage("sub\\tex.png"), 0);
-    ReportCapture capture;
-    prepareTextures();
-    capture.restore();
+    EXPECT_EQ(reportedLines(prepareTextures),
+              (std::vector<std::string>{"error :( \timage - gone.png\tcannot be found", kRule, "", kRule, "",
+                                        "textures                3           0.0000 [ M bytes ]", kRule, ""}));
     EXPECT_EQ(registry.textures[0].loaded + registry.textures[1].loaded + registry.textures[2].loaded, 2);
-    const std::string rule(80, '_');
-    EXPECT_EQ(capture.lines(), (std::vector<std::string>{
-                                   "error :( \timage - gone.png\tcannot be found", rule, "", rule, "",
-                                   "textures                3           0.0000 [ M bytes ]", rule, ""}));
 }
 
 TEST_F(ImagesTest, PaletteReadsIndicesAndSixteenBitsScaleBy255) {
@@ -80,8 +62,8 @@ TEST_F(ImagesTest, PaletteReadsIndicesAndSixteenBitsScaleBy255) {
     FreeImage_GetScanLine(palette, 0)[0] = 200;
     FIBITMAP* deep = FreeImage_AllocateT(FIT_UINT16, 1, 1, 16);
     reinterpret_cast<uint16_t*>(FreeImage_GetScanLine(deep, 0))[0] = 1000;
-    ASSERT_TRUE(FreeImage_Save(FIF_PNG, palette, (dir + "/palette.png").c_str(), 0));
-    ASSERT_TRUE(FreeImage_Save(FIF_PNG, deep, (dir + "/deep.png").c_str(), 0));
+    ASSERT_TRUE(FreeImage_Save(FIF_PNG, palette, path("lib/palette.png").c_str(), 0));
+    ASSERT_TRUE(FreeImage_Save(FIF_PNG, deep, path("lib/deep.png").c_str(), 0));
     FreeImage_Unload(palette);
     FreeImage_Unload(deep);
 

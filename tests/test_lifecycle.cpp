@@ -1,62 +1,23 @@
 // Start-up defaults, what a second scene inherits, the order and text of the
 // preparation report, and the renderer's limits.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <regex>
 #include <string>
 #include <tuple>
 
-#include "capture.h"
 #include "core/exponent.h"
-#include "core/registry.h"
-#include "registry_guard.h"
-#include "lv.h"
+#include "scene_fixture.h"
 
 namespace {
 
-const std::string kRule(80, '_');
+using LifecycleTest = SceneTest;
 
 std::string valueLine(const std::string& label, const std::string& value, const std::string& unit) {
     return label + " " + std::string(16 - std::min<size_t>(16, value.size()), ' ') + value + " [ " + unit + " ]";
 }
-
-// Releasing a scene writes its camera images by their relative names, so the
-// tests run inside a directory of their own; the guard puts back the values
-// that a second scene would inherit.
-class LifecycleTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        previous_ = std::filesystem::current_path();
-        scratch_ = std::filesystem::temp_directory_path() / ("lv_lifecycle_" + std::to_string(::getpid()));
-        std::filesystem::create_directories(scratch_);
-        std::filesystem::current_path(scratch_);
-        ReportCapture quiet;
-        lvStartup();
-    }
-    void TearDown() override {
-        {
-            ReportCapture quiet;
-            lvFinalize();
-        }
-        std::filesystem::current_path(previous_);
-        std::filesystem::remove_all(scratch_);
-    }
-
-    // The report of the renderer stage alone.
-    static std::vector<std::string> renderer() {
-        ReportCapture capture;
-        lvInitializeRenderer();
-        return capture.lines();
-    }
-
-private:
-    RegistryGuard guard_;
-    std::filesystem::path previous_, scratch_;
-};
 
 }  // namespace
 
@@ -81,31 +42,25 @@ TEST_F(LifecycleTest, StartupPutsBackSomeValuesAndKeepsOthers) {
     registry.geometryLight.scale = 3.0f;
     registry.rayCount = 11;
     registry.imagePaths = {"a/"};
-    {
-        ReportCapture quiet;
+    quietly([] {
         lvFinalize();
         lvStartup();
         lvStartup();
-    }
+    });
     // Inherited by the second scene.
     EXPECT_EQ(registry.bounce, 3);
-    EXPECT_EQ(registry.distance, 2.5f);
-    EXPECT_EQ(registry.resolution, 0.5f);
-    EXPECT_EQ(registry.clamp[0] + registry.clamp[1] + registry.clamp[2], 18.0f);
-    EXPECT_EQ(registry.displayGamma, 1.8f);
-    EXPECT_EQ(registry.skyLightTurbidity, 4.0f);
-    registry.skyLightTurbidity = 9.0f;
+    EXPECT_EQ((std::vector<float>{registry.distance, registry.resolution, registry.displayGamma,
+                                  registry.skyLightTurbidity, registry.clamp[0], registry.clamp[1], registry.clamp[2]}),
+              (std::vector<float>{2.5f, 0.5f, 1.8f, 4.0f, 5, 6, 7}));
     // Put back.
-    EXPECT_EQ(registry.ray_depth, 8);
-    EXPECT_EQ(registry.photon_depth, 8);
-    EXPECT_EQ(registry.rendererSample, 64);
+    EXPECT_EQ((std::vector<int>{registry.ray_depth, registry.photon_depth, registry.rendererSample,
+                                registry.skyLight.photon, registry.geometryLight.sample}),
+              (std::vector<int>{8, 8, 64, 1000000, 0}));
     EXPECT_EQ(registry.radius, 1.0f);
+    EXPECT_EQ(registry.geometryLight.scale, 1.0f);
     EXPECT_FALSE(registry.final_gather_mode);
     EXPECT_EQ(registry.rayCount, 0u);
     EXPECT_EQ(registry.skyLight.color, (Color{0.75f, 0.75f, 0.75f}));
-    EXPECT_EQ(registry.skyLight.photon, 1000000);
-    EXPECT_EQ(registry.geometryLight.sample, 0);
-    EXPECT_EQ(registry.geometryLight.scale, 1.0f);
     EXPECT_TRUE(registry.cameras.empty());
     // The empty search path is added once, after what stood there, however often start-up runs.
     EXPECT_EQ(registry.imagePaths, (std::vector<std::string>{"a/", ""}));
@@ -115,47 +70,34 @@ TEST_F(LifecycleTest, InitializeReportsStagesInOrder) {
     const int a = lvAddCamera();
     lvSetCameraResolution(a, 64, 32);
     lvAddCameraAOV(a);
-    const int b = lvAddCamera();
-    lvSetCameraResolution(b, 16, 8);
+    lvSetCameraResolution(lvAddCamera(), 16, 8);
     lvSetRendererRadius(0.25f);
     lvSetRendererSample(9);
-
-    ReportCapture capture;
-    lvInitialize();
-    capture.restore();
-    const std::vector<std::string> lines = capture.lines();
+    const std::vector<std::string> lines = reportedLines(lvInitialize);
     ASSERT_GE(lines.size(), 20u);
 
     // Cameras come first, one block each: 64 x 32 x 3 floats twice, then 16 x 8 x 3 floats.
     const std::vector<std::string> cameras = {
-        valueLine("camera sensor width ", "64", "pixels"),
-        valueLine("camera sensor height", "32", "pixels"),
-        valueLine("camera memory       ", "0.0469", "M bytes"),
-        kRule, "",
-        valueLine("camera sensor width ", "16", "pixels"),
-        valueLine("camera sensor height", "8", "pixels"),
-        valueLine("camera memory       ", "0.0015", "M bytes"),
-        kRule, ""};
-    for (size_t i = 0; i < cameras.size(); ++i) EXPECT_EQ(lines[i], cameras[i]) << i;
+        valueLine("camera sensor width ", "64", "pixels"),  valueLine("camera sensor height", "32", "pixels"),
+        valueLine("camera memory       ", "0.0469", "M bytes"), kRule, "",
+        valueLine("camera sensor width ", "16", "pixels"),  valueLine("camera sensor height", "8", "pixels"),
+        valueLine("camera memory       ", "0.0015", "M bytes"), kRule, ""};
+    EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + long(cameras.size())), cameras);
 
     // The renderer closes the report: mode, photon cast and radius, sample.
     const auto mode = std::find(lines.begin(), lines.end(), "progressive final gathering");
     ASSERT_NE(mode, lines.end());
-    const size_t m = size_t(mode - lines.begin());
-    EXPECT_GE(m, cameras.size());
-    EXPECT_EQ(lines[m + 1], kRule);
-    EXPECT_EQ(lines[m + 2], "");
+    EXPECT_GE(size_t(mode - lines.begin()), cameras.size());
+    EXPECT_EQ(*(mode + 1), kRule);
+    EXPECT_EQ(*(mode + 2), "");
     const std::regex cast("photon cast {4,}[0-9]+\\.[0-9]{4} \\[ seconds \\]");
-    const auto castLine = std::find_if(lines.begin() + long(m), lines.end(),
-                                       [&](const std::string& l) { return std::regex_match(l, cast); });
+    const auto castLine = std::find_if(mode, lines.end(), [&](const std::string& l) { return std::regex_match(l, cast); });
     ASSERT_NE(castLine, lines.end());
     EXPECT_EQ(castLine->size(), valueLine("photon cast   ", "0.0000", "seconds").size());
     EXPECT_EQ(*(castLine + 1), valueLine("photon radius ", "0.2500", "m"));
     EXPECT_EQ(*(castLine + 2), kRule);
-    const size_t n = lines.size();
-    EXPECT_EQ(lines[n - 3], valueLine("renderer sample", "9", "n/a"));
-    EXPECT_EQ(lines[n - 2], kRule);
-    EXPECT_EQ(lines[n - 1], "");
+    EXPECT_EQ(std::vector<std::string>(lines.end() - 3, lines.end()),
+              (std::vector<std::string>{valueLine("renderer sample", "9", "n/a"), kRule, ""}));
     EXPECT_TRUE(registry.final_gather_mode);
     EXPECT_EQ(registry.currentCameraRecord, &registry.cameras[0]);
 }
@@ -166,13 +108,10 @@ TEST_F(LifecycleTest, ModeFollowsDistanceAndResolution) {
                                                            {1.0f, 0.0f, "unidirectional path tracing"},
                                                            {0.5f, 2.0f, "progressive final gathering"}};
     for (const auto& [distance, resolution, mode] : cases) {
-        {
-            ReportCapture quiet;
-            lvStartup();
-        }
+        quietly(lvStartup);
         lvSetRendererDistance(distance);
         lvSetRendererResolution(resolution);
-        const auto lines = renderer();
+        const auto lines = reportedLines(lvInitializeRenderer);
         ASSERT_FALSE(lines.empty());
         EXPECT_EQ(lines[0], mode) << distance << " " << resolution;
         EXPECT_EQ(registry.final_gather_mode, mode == "progressive final gathering");
@@ -187,21 +126,17 @@ TEST_F(LifecycleTest, RendererLimits) {
     lvSetRendererSample(5);
     registry.threadRays[3] = 12;
     registry.threadShadowRays[200] = 4;
-    renderer();
-    EXPECT_EQ(registry.ray_depth, 1);
-    EXPECT_EQ(registry.photon_depth, 1);
-    EXPECT_EQ(registry.bounce, 1);
-    EXPECT_EQ(registry.clamp[0], 0.0f);
-    EXPECT_EQ(registry.clamp[1], 2.0f);
-    EXPECT_EQ(registry.clamp[2], 0.0f);
-    EXPECT_EQ(registry.threadRays[3], 0u);
-    EXPECT_EQ(registry.threadShadowRays[200], 0u);
-    EXPECT_EQ(registry.skyLight.workingSample, 5);
-    EXPECT_EQ(registry.geometryLight.workingSample, 5);
+    quietly(lvInitializeRenderer);
+    EXPECT_EQ((std::vector<int>{registry.ray_depth, registry.photon_depth, registry.bounce,
+                                registry.skyLight.workingSample, registry.geometryLight.workingSample}),
+              (std::vector<int>{1, 1, 1, 5, 5}));
+    EXPECT_EQ((std::vector<float>{registry.clamp[0], registry.clamp[1], registry.clamp[2]}),
+              (std::vector<float>{0.0f, 2.0f, 0.0f}));
+    EXPECT_EQ(registry.threadRays[3] + registry.threadShadowRays[200], 0u);
 
     lvSetRendererRayDepth(2);
     lvSetRendererPhotonDepth(12);
-    renderer();
+    quietly(lvInitializeRenderer);
     EXPECT_EQ(registry.ray_depth, 2);
     EXPECT_EQ(registry.photon_depth, 12);
 }

@@ -3,44 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
-#include "capture.h"
-#include "core/registry.h"
 #include "core/stages.h"
-#include "lv.h"
-#include "scene/block_reader.h"
+#include "scene_fixture.h"
 
 namespace {
 
-class ObjectBlockTest : public ::testing::Test {
+class ObjectBlockTest : public SceneTest {
 protected:
-    void SetUp() override {
-        ReportCapture quiet;
-        lvStartup();
-        dir_ = std::filesystem::temp_directory_path() / ("lv_object_block_" + std::to_string(::getpid()));
-        std::filesystem::create_directories(dir_);
-        std::ofstream(dir_ / "quad.obj") << "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nf 1 2 3 4\n";
-        std::ofstream(dir_ / "tri.obj") << "v 0 0 0\nv 1 0 0\nv 0 1 0\nusemtl wood\nf 1 2 3\n";
-    }
-    void TearDown() override {
-        ReportCapture quiet;
-        lvFinalize();
-        lvShutdown();
-        std::filesystem::remove_all(dir_);
-    }
-
-    std::string path(const char* name) const { return (dir_ / name).string(); }
-
-    std::string read(const std::string& text) {
-        std::istringstream in(text);
-        ReportCapture capture;
-        readSceneStream(in);
-        return capture.text();
-    }
-
     // A float image of one row whose pixels hold the given triples.
     void writeFloatImage(const char* name, const std::vector<Vector>& pixels) {
         ImageRecord image;
@@ -49,12 +19,12 @@ protected:
         for (size_t i = 0; i < pixels.size(); ++i) StorePixel(image, int(i), pixels[i]);
         writeImage(image);
     }
-
-    std::filesystem::path dir_;
 };
 
 TEST_F(ObjectBlockTest, NamesInstancesAndOnePartPerFileKeyword) {
-    read("object\nname \"tree\"\nobj \"" + path("quad.obj") + "\"\nshader \"bark\"\nobj \"" + path("tri.obj") +
+    writeFile(dir / "quad.obj", "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nf 1 2 3 4\n");
+    writeFile(dir / "tri.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nusemtl wood\nf 1 2 3\n");
+    readScene("object\nname \"tree\"\nobj \"" + path("quad.obj") + "\"\nshader \"bark\"\nobj \"" + path("tri.obj") +
          "\"\nend\n"
          "object\nname forest\ninstance\nmatrix 1 0 0 2 0 1 0 3 0 0 1 4 0 0 0 1\nobject \"tree\"\nend\n"
          "instance\nobject tree\nend\nend\n");
@@ -77,11 +47,11 @@ TEST_F(ObjectBlockTest, NamesInstancesAndOnePartPerFileKeyword) {
 }
 
 TEST_F(ObjectBlockTest, EmptyObjectsStayAndMissingFilesReport) {
-    const std::string report = read("object\nname empty\nend\nobject\nobj \"" + path("absent.obj") + "\"\nend\n");
+    const std::string report = readScene("object\nname empty\nend\nobject\nobj \"" + path("absent.obj") + "\"\nend\n");
     ASSERT_EQ(registry.objects.size(), 2u);
     EXPECT_TRUE(registry.objects[0].parts.empty());
     EXPECT_EQ(registry.objects[1].parts.size(), 1u);   // the part stays, empty
-    EXPECT_EQ(report, "error :( \tobject - cannot open " + path("absent.obj") + "\n" + std::string(80, '_') + "\n\n");
+    EXPECT_EQ(report, "error :( \tobject - cannot open " + path("absent.obj") + "\n" + kRule + "\n\n");
 }
 
 TEST_F(ObjectBlockTest, ImageHeldVertexDataNeedsTheTriangleImageLast) {
@@ -90,10 +60,10 @@ TEST_F(ObjectBlockTest, ImageHeldVertexDataNeedsTheTriangleImageLast) {
     auto bits = [](uint32_t i) { return std::bit_cast<float>(i); };
     writeFloatImage("triangles.pfm", {{bits(0), bits(1), bits(2)}, {bits(2), bits(1), bits(0)}});
 
-    read("object\nposition_texture \"" + path("positions.pfm") + "\"\nend\n");
+    readScene("object\nposition_texture \"" + path("positions.pfm") + "\"\nend\n");
     EXPECT_TRUE(registry.objects.back().parts.empty());
 
-    const std::string report = read("object\nposition_texture \"" + path("positions.pfm") + "\"\nuv_texture \"" +
+    const std::string report = readScene("object\nposition_texture \"" + path("positions.pfm") + "\"\nuv_texture \"" +
                                     path("uvs.pfm") + "\"\ntriangle_texture \"" + path("triangles.pfm") + "\"\nend\n");
     const Object& object = registry.objects.back();
     ASSERT_EQ(object.parts.size(), 1u);
@@ -109,7 +79,7 @@ TEST_F(ObjectBlockTest, ImageHeldVertexDataNeedsTheTriangleImageLast) {
 TEST_F(ObjectBlockTest, ParticleImagesGiveCentresAndRadii) {
     // Two pixels of three channels: one group of four values across the pixel boundary.
     writeFloatImage("particles.pfm", {{1, 2, 3}, {0.5f, 9, 9}});
-    read("object\nparticle_texture \"" + path("particles.pfm") + "\"\nend\n");
+    readScene("object\nparticle_texture \"" + path("particles.pfm") + "\"\nend\n");
     const Part& part = registry.objects.back().parts.at(0);
     ASSERT_EQ(part.particles.size(), 1u);
     EXPECT_EQ(part.positions[0], (Vector{1, 2, 3}));

@@ -2,31 +2,18 @@
 // and the object report.
 #include <gtest/gtest.h>
 
-#include "capture.h"
-#include "core/registry.h"
 #include "geometry/object.h"
-#include "lv.h"
+#include "scene_fixture.h"
 
 namespace {
 
-class ObjectTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ReportCapture quiet;
-        lvStartup();
-    }
-    void TearDown() override {
-        ReportCapture quiet;
-        lvFinalize();
-        lvShutdown();
-    }
-};
+using ObjectTest = SceneTest;
 
 TEST(PackDirection, ScalesClampsAndKeepsZero) {
-    EXPECT_EQ(packDirection(1, 0, 0), (PackedDirection{127, 0, 0}));
-    EXPECT_EQ(packDirection(-1, 0, 0), (PackedDirection{-127, 0, 0}));
-    EXPECT_EQ(packDirection(0, 0, 0), (PackedDirection{0, 0, 0}));
-    EXPECT_EQ(packDirection(0, 3, 4), (PackedDirection{0, 76, 102}));   // 0.6 and 0.8 times 128, truncated
+    // 0.6 and 0.8 times 128, truncated; 128 itself clamps to 127.
+    const std::pair<Vector, PackedDirection> cases[] = {
+        {{1, 0, 0}, {127, 0, 0}}, {{-1, 0, 0}, {-127, 0, 0}}, {zero, {0, 0, 0}}, {{0, 3, 4}, {0, 76, 102}}};
+    for (const auto& [v, packed] : cases) EXPECT_EQ(packDirection(v.x, v.y, v.z), packed) << v.x << " " << v.y;
     const Vector v = unpackDirection(packDirection(0, 3, 4));
     EXPECT_NEAR(v.y, 0.6f, 0.01f);
     EXPECT_NEAR(v.z, 0.8f, 0.01f);
@@ -87,20 +74,13 @@ TEST_F(ObjectTest, CheckPartReportsMixedFamiliesAndShortArraysOnce) {
     part.particles = {0};
     part.cylinders = {0};
     part.triangles = {{0, 1, 2, 0}};
-    ReportCapture capture;
-    checkPart(part);
-    const auto lines = capture.lines();
-    const std::string rule(80, '_');
     const std::string mixed = "error :( \tobject - mixed types (ex. cylinders and triangles in the same group) ";
-    const std::vector<std::string> expected = {mixed, rule, "", mixed, rule, "", mixed, rule, "",
-                                               "error :( \tobject - different size of per vertex data array", rule, ""};
-    EXPECT_EQ(lines, expected);
-
+    EXPECT_EQ(reportedLines([&] { checkPart(part); }),
+              (std::vector<std::string>{mixed, kRule, "", mixed, kRule, "", mixed, kRule, "",
+                                        "error :( \tobject - different size of per vertex data array", kRule, ""}));
     Part quiet;
     quiet.positions.resize(3);   // the empty radius and uv channels do not count
-    ReportCapture none;
-    checkPart(quiet);
-    EXPECT_EQ(none.text(), "");
+    EXPECT_TRUE(reportedLines([&] { checkPart(quiet); }).empty());
 }
 
 TEST_F(ObjectTest, CheckPartGivesUndefinedFacesThePartShader) {
@@ -127,15 +107,13 @@ TEST_F(ObjectTest, ReportObjectPrintsItsRowsAndBox) {
     object.parts[0].positions.resize(4);
     object.parts[0].triangles.resize(2);
     object.bounds = Bbox{{-1, 0, 0}, {1, 2, 4}};
-    ReportCapture capture;
-    reportObject(object);
-    const auto lines = capture.lines();
+    const auto lines = reportedLines([&] { reportObject(object); });
     ASSERT_EQ(lines.size(), 16u);
     EXPECT_EQ(lines[0], "positions                4           0.0000 [ M bytes ]");
     EXPECT_EQ(lines[7], "triangles                2           0.0000 [ M bytes ]");
     EXPECT_EQ(lines[10], "bbox size             2.0000           2.0000           4.0000 [ m ]");
     EXPECT_EQ(lines[13], "bbox center           0.0000           1.0000           2.0000 [ n/a ]");
-    EXPECT_EQ(lines[14], std::string(80, '_'));
+    EXPECT_EQ(lines[14], kRule);
 }
 
 }  // namespace

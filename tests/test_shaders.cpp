@@ -2,41 +2,13 @@
 // flags and report, and the choice of a layer by weight.
 #include <gtest/gtest.h>
 
-#include <sstream>
-#include <string>
+#include <cstdio>
 
-#include "capture.h"
 #include "core/random.h"
-#include "core/registry.h"
-#include "lv.h"
-#include "registry_guard.h"
-#include "scene/block_reader.h"
+#include "scene_fixture.h"
 #include "shading/shader.h"
 
-namespace {
-
-void readScene(const std::string& text) {
-    std::istringstream file(text);
-    readSceneStream(file);
-}
-
-// A scene under its own registry, started and released as a host would.
-class ShaderTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ReportCapture quiet;
-        lvStartup();
-    }
-    void TearDown() override {
-        ReportCapture quiet;
-        lvFinalize();
-    }
-
-private:
-    RegistryGuard guard_;
-};
-
-}  // namespace
+using ShaderTest = SceneTest;
 
 TEST_F(ShaderTest, BlocksReplaceRecordsByName) {
     const int wood = FindShader("wood");   // mentioned before its definition
@@ -68,19 +40,16 @@ TEST_F(ShaderTest, BlocksReplaceRecordsByName) {
     ASSERT_EQ(s.layers.size(), 2u);
     const SurfaceShader& back = s.layers[0];
     EXPECT_EQ(back.elements[0].color, zero);
+    EXPECT_EQ(back.elements[12].color, one);
     EXPECT_EQ(back.sideness, 2);   // an unquoted word reads as nothing
-    EXPECT_FALSE(back.window);
-    EXPECT_TRUE(back.virtual_light);
+    EXPECT_EQ((std::vector<bool>{back.window, back.virtual_light, s.layers[1].window}), (std::vector<bool>{false, true, true}));
+    EXPECT_EQ(s.layers[1].sideness, 0);
     EXPECT_EQ(back.elements[2].image, "grain.png");
     const Sampler& sampler = back.elements[2].sampler;
     EXPECT_EQ(sampler.pixel_sampler, kSamplerStochastic);
-    EXPECT_EQ(sampler.uv_matrix[7], 8.0f);
-    EXPECT_EQ(sampler.uv_matrix[8], 1.0f);
+    EXPECT_EQ((std::vector<float>{sampler.uv_matrix[7], sampler.uv_matrix[8]}), (std::vector<float>{8.0f, 1.0f}));
     EXPECT_FALSE(sampler.uvMatrixIdentity);
     EXPECT_TRUE(sampler.colorMatrixIdentity);
-    EXPECT_EQ(back.elements[12].color, one);
-    EXPECT_EQ(s.layers[1].sideness, 0);
-    EXPECT_TRUE(s.layers[1].window);
 
     ASSERT_EQ(s.geometry.vector.size(), 2u);
     EXPECT_EQ(s.geometry.vector[0].color, (Color{1, 0, 0}));
@@ -117,21 +86,18 @@ TEST_F(ShaderTest, PreparationDerivesFlagsAndReports) {
     lvSetShaderRoundCorner(gloss, 5.0f);
     const int oak = FindShader("oak");   // named, never defined
 
-    ReportCapture capture;
-    lvInitializeShaders();
-    capture.restore();
+    const std::vector<std::string> lines = reportedLines(lvInitializeShaders);
 
+    // A one-sided shader gets a black back layer of its own.
     const Shader& f = registry.shaders[size_t(faint)];
     ASSERT_EQ(f.layers.size(), 2u);
     EXPECT_EQ(f.layers[1].sideness, LV_SIDENESS_BACK);
     EXPECT_EQ(f.layers[1].elements[0].color, zero);
-    EXPECT_EQ(f.layerCount[kFaceSide], 1);
-    EXPECT_EQ(f.layerCount[kBackSide], 1);
-    EXPECT_EQ(f.layerList[kBackSide][0], 1);
-    EXPECT_FALSE(f.emits[kFaceSide]);
-    EXPECT_TRUE(f.hasLambertian[kFaceSide]);
-    EXPECT_FALSE(f.hasLambertian[kBackSide]);
-    EXPECT_TRUE(f.layers[0].matte_only);
+    EXPECT_EQ((std::vector<int>{f.layerCount[kFaceSide], f.layerCount[kBackSide], f.layerList[kBackSide][0]}),
+              (std::vector<int>{1, 1, 1}));
+    EXPECT_EQ((std::vector<bool>{f.emits[kFaceSide], f.hasLambertian[kFaceSide], f.hasLambertian[kBackSide],
+                                 f.layers[0].matte_only}),
+              (std::vector<bool>{false, true, false, true}));
 
     const Shader& i = registry.shaders[size_t(imaged)];
     const SurfaceShader& il = i.layers[0];
@@ -157,16 +123,9 @@ TEST_F(ShaderTest, PreparationDerivesFlagsAndReports) {
     EXPECT_EQ(o.layers[0].elements[0].color, (Color{0.85f, 0.85f, 0.85f}));
     EXPECT_TRUE(o.prepared && o.hasLambertian[kBackSide]);
 
-    const unsigned bytes = unsigned(5 * sizeof(Shader));
-    std::ostringstream size;
-    size.setf(std::ios::fixed);
-    size.precision(4);
-    size << double(float(bytes) * 9.536743e-7f);
-    const std::string field = size.str();
-    EXPECT_EQ(capture.lines(), (std::vector<std::string>{
-                                   "shaders  " + std::string(15, ' ') + "5 " + std::string(16 - field.size(), ' ') + field +
-                                       " [ M bytes ]",
-                                   std::string(80, '_'), ""}));
+    char field[32];
+    std::snprintf(field, sizeof field, "%16.4f", double(float(5 * sizeof(Shader)) * 9.536743e-7f));
+    EXPECT_EQ(lines, (std::vector<std::string>{"shaders  " + std::string(15, ' ') + "5 " + field + " [ M bytes ]", kRule, ""}));
 }
 
 TEST_F(ShaderTest, LayerChoiceFollowsWeights) {
@@ -179,10 +138,7 @@ TEST_F(ShaderTest, LayerChoiceFollowsWeights) {
     lvSetSurfaceSideness(shader, 3, LV_SIDENESS_FACE);   // the heavy one is never on the back
     const int single = lvAddShader();
     lvAddSurfaceShader(single);
-    {
-        ReportCapture quiet;
-        lvInitializeShaders();
-    }
+    quietly(lvInitializeShaders);
 
     const float uv[2] = {0.5f, 0.5f};
     seedHardwareRandom(5);

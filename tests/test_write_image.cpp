@@ -1,12 +1,9 @@
+// Saving images: float and byte targets, and how a name picks the format.
 #include <FreeImage.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <filesystem>
-
-#include "core/exponent.h"
-#include "core/registry.h"
 #include "output/write_image.h"
+#include "scene_fixture.h"
 #include "shading/images.h"
 
 namespace {
@@ -14,26 +11,15 @@ namespace {
 using Rows = std::vector<Color>;
 const Color kBottom{0.5f, 0.25f, 2.0f}, kTop{1.0f, 0.125f, 4.0f};
 
-class WriteImageTest : public ::testing::Test {
+// The images are saved and read back by name in the working directory.
+class WriteImageTest : public SceneTest {
 protected:
-    static void SetUpTestSuite() { fillExponentTable(); FreeImage_Initialise(0); }
-    static void TearDownTestSuite() { FreeImage_DeInitialise(); }
-    void SetUp() override {
-        char pattern[] = "/tmp/lv_write_XXXXXX";
-        dir = mkdtemp(pattern) + std::string("/");
-        savedPaths = registry.imagePaths;
-        registry.imagePaths = {dir};
-    }
-    void TearDown() override {
-        registry.imagePaths = savedPaths;
-        std::filesystem::remove_all(dir);
-    }
     // Saves a camera-style raster of one column, rows given from row 0 up.
     int save(const std::string& name, const Rows& rows = {kBottom, kTop}) {
         ImageRecord image;
         SizeImage(image, 1, int(rows.size()), 3, 32, false);
         for (size_t y = 0; y < rows.size(); ++y) StorePixel(image, int(y), rows[y]);
-        image.name = dir + name;
+        image.name = path(name);
         return saveImage(image);
     }
     ImageRecord reread(const std::string& name, bool wantsRgbe = false) {
@@ -47,19 +33,29 @@ protected:
         const ImageRecord image = reread(name, wantsRgbe);
         return {FetchPixel(image, 0), FetchPixel(image, 1)};
     }
-    FREE_IMAGE_FORMAT formatOf(const std::string& name) { return FreeImage_GetFileType((dir + name).c_str(), 0); }
-    std::string dir;
-    std::vector<std::string> savedPaths;
+    FREE_IMAGE_FORMAT formatOf(const std::string& name) { return FreeImage_GetFileType(path(name).c_str(), 0); }
 };
+
+TEST_F(WriteImageTest, NamesChooseRouteAndFormat) {
+    // Every matching row of the table is tried in its order until one saves.
+    const std::pair<std::string, FREE_IMAGE_FORMAT> cases[] = {
+        {"a.hdr", FIF_HDR}, {"b.pfm", FIF_PFM}, {"c.exr", FIF_EXR}, {"e.tga.png", FIF_PNG},
+        {"f.pcd.tga", FIF_TARGA},   // PCD cannot be written
+        {"g.hdr.png", FIF_HDR},     // a substring, not a suffix
+        {"h.Exr.bmp", FIF_BMP}};    // only the listed case forms are float names
+    for (const auto& [name, format] : cases) {
+        ASSERT_EQ(save(name), 1) << name;
+        EXPECT_EQ(formatOf(name), format) << name;
+    }
+    EXPECT_EQ(save("j.abc") + save("k.gif") + saveImage(ImageRecord{}), 0);   // GIF takes no 24-bit bitmap
+    EXPECT_FALSE(fs::exists(dir / "j.abc"));
+}
 
 TEST_F(WriteImageTest, FloatTargetsRoundTrip) {
     ASSERT_EQ(save("a.hdr") + save("b.pfm") + save("c.exr"), 3);
-    EXPECT_EQ(formatOf("a.hdr"), FIF_HDR);
-    EXPECT_EQ(formatOf("b.pfm"), FIF_PFM);
-    EXPECT_EQ(formatOf("c.exr"), FIF_EXR);
     // Radiance is flipped on writing and again on reading, unless the name lacks ".hdr".
     EXPECT_EQ(rereadRows("a.hdr", true), (Rows{kBottom, kTop}));
-    std::filesystem::copy_file(dir + "a.hdr", dir + "a.rad");
+    fs::copy_file(dir / "a.hdr", dir / "a.rad");
     EXPECT_EQ(rereadRows("a.rad"), (Rows{kTop, kBottom}));
     // PFM is written unflipped and keeps its rows bottom-up; EXR is flipped on writing only.
     EXPECT_EQ(rereadRows("b.pfm"), (Rows{kBottom, kTop}));
@@ -72,17 +68,6 @@ TEST_F(WriteImageTest, ByteTargetsClipTruncateAndWrap) {
         // Flipped on writing, read as stored: row 0 of the record comes back last.
         EXPECT_EQ(reread(name).byteStore, (std::vector<uint8_t>{129, 0, 127, 255, 255, 254})) << name;
     }
-}
-
-TEST_F(WriteImageTest, NamesChooseRouteAndFormat) {
-    // Every matching row of the table is tried in its order until one saves.
-    ASSERT_EQ(save("e.tga.png") + save("f.pcd.tga") + save("g.hdr.png") + save("h.Exr.bmp"), 4);
-    EXPECT_EQ(formatOf("e.tga.png"), FIF_PNG);
-    EXPECT_EQ(formatOf("f.pcd.tga"), FIF_TARGA);   // PCD cannot be written
-    EXPECT_EQ(formatOf("g.hdr.png"), FIF_HDR);     // a substring, not a suffix
-    EXPECT_EQ(formatOf("h.Exr.bmp"), FIF_BMP);     // only the listed case forms are float names
-    EXPECT_EQ(save("j.abc") + save("k.gif") + saveImage(ImageRecord{}), 0);   // GIF takes no 24-bit bitmap
-    EXPECT_FALSE(std::filesystem::exists(dir + "j.abc"));
 }
 
 }  // namespace
