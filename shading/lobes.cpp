@@ -33,23 +33,23 @@ inline Vector spherePoint(float a, float b) {
 
 bool isHair(const RayState& ray) { return ray.kind == kCylinder; }
 
-// A diffuse child: one more diffuse bounce and two more dimensions.
-RayState diffuseChild(const RayState& ray, const HitRecord& from, uint8_t tag, Vector direction, Color throughput) {
+// A diffuse or glossy child: one more bounce of its class and two more dimensions.
+RayState bounceChild(const RayState& ray, const HitRecord& from, uint8_t tag, Vector direction, Color throughput,
+                     uint8_t RayState::*bounces) {
     RayState child = childRay(ray, from, tag);
     child.direction = direction;
     child.throughput = throughput;
-    ++child.diffuse_bounces;
+    ++(child.*bounces);
     child.dimension += 2;
     return child;
 }
 
-RayState glossyChild(const RayState& ray, const HitRecord& hit, uint8_t tag, Vector direction, Color throughput) {
-    RayState child = childRay(ray, hit, tag);
-    child.direction = direction;
-    child.throughput = throughput;
-    ++child.glossy_bounces;
-    child.dimension += 2;
-    return child;
+RayState diffuseChild(const RayState& ray, const HitRecord& from, uint8_t tag, Vector direction, Color throughput) {
+    return bounceChild(ray, from, tag, direction, throughput, &RayState::diffuse_bounces);
+}
+
+RayState glossyChild(const RayState& ray, const HitRecord& from, uint8_t tag, Vector direction, Color throughput) {
+    return bounceChild(ray, from, tag, direction, throughput, &RayState::glossy_bounces);
 }
 
 // Running sum of a lobe's rays, averaged over the rays that were really sent.
