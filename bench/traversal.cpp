@@ -210,7 +210,8 @@ double buildLumivane(const Mesh& mesh, double& bytesPerTriangle) {
     root.bbvhNodes = {};
     root.buildRefs = {};
     bytesPerTriangle = double(root.wideNodes.size() * sizeof(WideNode) +
-                              root.primitiveRefs.size() * sizeof(PrimitiveRef)) / double(mesh.triangles());
+                              root.primitiveRefs.size() * sizeof(PrimitiveRef) +
+                              root.leafRecords.size() * sizeof(LeafRecord)) / double(mesh.triangles());
     return seconds;
 }
 

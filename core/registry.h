@@ -11,6 +11,27 @@
 #include "geometry/object.h"
 #include "shading/shader.h"
 
+// A per-thread counter alone on its cache line, so that threads counting at
+// the same time do not pass one line back and forth. It reads and writes as
+// the integer it holds.
+struct alignas(64) ThreadCounter {
+    uint64_t value;   // trivial, so the arrays may be cleared by memset
+
+    operator uint64_t() const { return value; }
+    ThreadCounter& operator=(uint64_t v) {
+        value = v;
+        return *this;
+    }
+    ThreadCounter& operator+=(uint64_t v) {
+        value += v;
+        return *this;
+    }
+    ThreadCounter& operator++() {
+        ++value;
+        return *this;
+    }
+};
+
 // Values of the geometry light that its stage puts back.
 struct GeometryLightValues {
     int sample = 0;              // geometryLightSample
@@ -82,9 +103,9 @@ struct Registry {
     Vector sunDirection{1.0f, 2.0f, 1.0f};
 
     // Per-thread entries, indexed by the thread number a ray carries.
-    uint64_t threadRays[kMaxThreads] = {};
-    uint64_t threadShadowRays[kMaxThreads] = {};
-    uint64_t threadStatistics[6][kMaxThreads] = {};   // 0..2 counted by occlusion, 3..5 only cleared
+    ThreadCounter threadRays[kMaxThreads] = {};
+    ThreadCounter threadShadowRays[kMaxThreads] = {};
+    ThreadCounter threadStatistics[6][kMaxThreads] = {};   // 0..2 counted by occlusion, 3..5 only cleared
     uint64_t firstFrameTotals[3] = {};
     uint32_t threadPixelIndex[kMaxThreads] = {};
     uint32_t threadPathCounters[2][kMaxThreads] = {};

@@ -23,6 +23,20 @@ struct PrimitiveRef {
         : part(uint8_t(partIndex)), kind(primitiveKind), index(primitiveIndex) {}
 };
 
+// One leaf reference as the walks read it, one cache line each, in the order
+// of `primitiveRefs`. A triangle carries the terms of its test that do not
+// depend on the ray: corner a, n = e1 x e2, e2 x n, n x e1 and n . n. A
+// tetragon carries its four corners. Other kinds carry the reference alone.
+struct alignas(64) LeafRecord {
+    Vector p[4];
+    float nn;
+    uint32_t shader;
+    uint32_t index;
+    uint16_t part;
+    uint16_t kind;
+};
+static_assert(sizeof(LeafRecord) == 64);
+
 // A node of the binary tree. Inner nodes have their two children at `first`
 // and `first` + 1; leaves refer to `count` references from `first`.
 struct BbvhNode {
@@ -103,5 +117,7 @@ Bbox transformedBox(const float toWorld[16], const Bbox& box);
 void buildHierarchy(Object& object);
 // Boxes, rotations, the object's bounds, its cost and the eight-wide tree.
 void updateHierarchy(Object& object);
+// The leaf records from `primitiveRefs` and the parts' faces.
+void fillLeafRecords(Object& object);
 // Larger child boxes first, within each wide node.
 void satOrder(Object& object);

@@ -129,6 +129,59 @@ inline bool intersectTetragon(const Part& part, uint32_t index, const RayState& 
     return true;
 }
 
+// The face tests on a leaf record (geometry/hierarchy.h): the same
+// operations in the same order as the tests above, with the terms that do not
+// depend on the ray read from the record, so the results are the same bits.
+inline bool intersectTriangleRecord(const LeafRecord& face, const RayState& ray, PrimitiveHit& hit) {
+    const Vector a = face.p[0];
+    const Vector n = face.p[1];
+    const Vector& d = ray.direction;
+    const float det = dot(n, d);
+    const Vector w = a - ray.origin;
+    const float t = dot(n, w) / det;
+    if (t < kTriangleEpsilon || t > ray.t - kTriangleEpsilon) return false;
+    const Vector r = (d * t - w) / face.nn;
+    const float u = dot(r, face.p[2]);
+    if (!(u >= 0.0f && u <= 1.0f)) return false;
+    const float v = dot(r, face.p[3]);
+    if (!(v >= 0.0f && v <= 1.0f)) return false;
+    const float w0 = 1.0f - u - v;
+    if (w0 < 0.0f) return false;
+    if (!visibleTo(ray, face.shader)) return false;
+    hit.t = t;
+    hit.det = det;
+    hit.shader = face.shader;
+    hit.front = det < 0.0f;
+    hit.barycentric = {w0, u, v};
+    return true;
+}
+
+inline bool intersectTetragonRecord(const LeafRecord& face, const RayState& ray, PrimitiveHit& hit) {
+    const Vector& o = ray.origin;
+    const Vector& d = ray.direction;
+    const Vector a = face.p[0], b = face.p[1], c = face.p[2], e = face.p[3];
+    const Vector n = cross(c - a, e - b);
+    const float det = dot(n, d);
+    const float t = dot(n, a - o) / det;
+    if (t < kTetragonEpsilon || t > ray.t - kTetragonEpsilon) return false;
+    const Vector A = a - o, B = b - o, C = c - o, E = e - o;
+    const float s0 = dot(d, cross(A, B));
+    const float s1 = dot(d, cross(B, C));
+    const float s2 = dot(d, cross(C, E));
+    const float s3 = dot(d, cross(E, A));
+    if (det > 0.0f && (s0 < 0.0f || s1 < 0.0f || s2 < 0.0f || s3 < 0.0f)) return false;
+    if (det < 0.0f && (s0 > 0.0f || s1 > 0.0f || s2 > 0.0f || s3 > 0.0f)) return false;
+    const float u = s0 / (s0 + s2);
+    const float v = s3 / (s1 + s3);
+    if (!visibleTo(ray, face.shader)) return false;
+    hit.t = t;
+    hit.det = det;
+    hit.shader = face.shader;
+    hit.front = det < 0.0f;
+    hit.barycentric = {u, v, 0.0f};
+    return true;
+}
+
 // The sphere as the occlusion walk sees it: entry and exit at b -+ D, with D
 // the discriminant itself, and the current and parent particles skipped.
 bool intersectParticleShadow(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit);

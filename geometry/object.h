@@ -119,6 +119,9 @@ struct Object {
     uint32_t nodesPerDepth[256] = {};
     uint32_t nodesFilled[256] = {};
     std::vector<uint32_t> nodesAtDepth[256];
+    // primitiveRefs with the faces they refer to, for the walks; filled with
+    // the wide tree, so vertex data must not change without a new update.
+    std::vector<LeafRecord> leafRecords;
 };
 
 // Reports mixed primitive families and per-vertex arrays of another length

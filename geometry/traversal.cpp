@@ -90,6 +90,23 @@ inline void leaveInstance(const SavedRay& saved, RayState& ray) {
     ray.inverse_direction = saved.inverse_direction;
 }
 
+// Starts the loads of what the slots of `mask` lead to: when a node has
+// several slots hit, the ones that wait on the stack arrive in cache meanwhile.
+template <bool Records>
+inline void prefetchSlots(const WideNode& wide, int mask, const WideNode* nodes, const LeafRecord* records) {
+    for (; mask; mask &= mask - 1) {
+        const int s = __builtin_ctz(unsigned(mask));
+        if (wide.count[s] == 0) {
+            const char* p = reinterpret_cast<const char*>(nodes + wide.child[s]);
+            for (int line = 0; line < int(sizeof(WideNode)); line += 64) _mm_prefetch(p + line, _MM_HINT_T0);
+        } else if (Records) {
+            const LeafRecord* r = records + wide.child[s];
+            const int lines = wide.count[s] < 4 ? wide.count[s] : 4;
+            for (int k = 0; k < lines; ++k) _mm_prefetch(reinterpret_cast<const char*>(r + k), _MM_HINT_T0);
+        }
+    }
+}
+
 struct Entry {
     uint32_t node;
     uint32_t count;
@@ -114,12 +131,40 @@ bool instanceStep(const Instance& instance, RayState& ray) {
     return hit;
 }
 
-// The references of one leaf against the ray, shortening `t` at each hit.
-template <bool Surfaces>
-bool testLeaf(const Object& object, const PrimitiveRef* refs, uint32_t count, RayState& ray) {
+// The reference `i` of an object, from its leaf record or from
+// `primitiveRefs` when the walk runs without records.
+template <bool Records>
+inline PrimitiveRef referenceAt(const PrimitiveRef* refs, const LeafRecord* records, uint32_t i) {
+    if (!Records) return refs[i];
+    PrimitiveRef ref;
+    ref.part = records[i].part;
+    ref.kind = records[i].kind;
+    ref.index = records[i].index;
+    return ref;
+}
+
+template <bool Records>
+inline bool testTriangle(const Object& object, const LeafRecord* records, uint32_t i, const PrimitiveRef& ref,
+                         const RayState& ray, PrimitiveHit& hit) {
+    return Records ? intersectTriangleRecord(records[i], ray, hit)
+                   : intersectTriangle(object.parts[ref.part], ref.index, ray, hit);
+}
+
+template <bool Records>
+inline bool testTetragon(const Object& object, const LeafRecord* records, uint32_t i, const PrimitiveRef& ref,
+                         const RayState& ray, PrimitiveHit& hit) {
+    return Records ? intersectTetragonRecord(records[i], ray, hit)
+                   : intersectTetragon(object.parts[ref.part], ref.index, ray, hit);
+}
+
+// The references `first` to `first` + `count` - 1 against the ray,
+// shortening `t` at each hit.
+template <bool Surfaces, bool Records>
+bool testLeaf(const Object& object, const PrimitiveRef* refs, const LeafRecord* records, uint32_t first,
+              uint32_t count, RayState& ray) {
     bool found = false;
-    for (uint32_t i = 0; i < count; ++i) {
-        const PrimitiveRef ref = refs[i];
+    for (uint32_t i = first; i < first + count; ++i) {
+        const PrimitiveRef ref = referenceAt<Records>(refs, records, i);
         const uint32_t index = ref.index;
         PrimitiveHit hit;
         bool ok = false;
@@ -136,11 +181,11 @@ bool testLeaf(const Object& object, const PrimitiveRef* refs, uint32_t count, Ra
             // The surface walk tests the parent triangle too; tetragons are
             // skipped by both walks.
             if (Surfaces || !(ray.previous_kind == kTriangle && ray.previous_primitive == index))
-                ok = intersectTriangle(object.parts[ref.part], index, ray, hit);
+                ok = testTriangle<Records>(object, records, i, ref, ray, hit);
             break;
         case kTetragon:
             if (!(ray.previous_kind == kTetragon && ray.previous_primitive == index))
-                ok = intersectTetragon(object.parts[ref.part], index, ray, hit);
+                ok = testTetragon<Records>(object, records, i, ref, ray, hit);
             break;
         case kInstance:
             if (instanceStep<Surfaces>(object.instances[index], ray)) found = true;
@@ -166,14 +211,14 @@ bool testLeaf(const Object& object, const PrimitiveRef* refs, uint32_t count, Ra
 
 // Nearest first: the two-slot case orders by a single comparison, more slots
 // are sorted on the stack itself and the nearest is popped.
-template <bool Surfaces>
-bool walkClosest(const Object& object, RayState& ray) {
-    if (object.wideNodes.empty()) return false;
+template <bool Surfaces, bool Records>
+bool walkClosestOver(const Object& object, RayState& ray) {
     // The closest-hit walk works with a unit direction; the box test keeps
     // the inverse of the direction as the caller gave it.
     if (!Surfaces) ray.direction = normalized(ray.direction);
     const WideNode* nodes = object.wideNodes.data();
     const PrimitiveRef* refs = object.primitiveRefs.data();
+    const LeafRecord* records = object.leafRecords.data();
     const SlabFrame frame = slabFrame(ray, false);
 
     Entry stack[kStackEntries];
@@ -199,6 +244,7 @@ bool walkClosest(const Object& object, RayState& ray) {
                 count = wide.count[s];
                 continue;
             }
+            prefetchSlots<Records>(wide, mask, nodes, records);
             alignas(32) float distance[8];
             _mm256_store_ps(distance, entry);
             const int high = 31 - __builtin_clz(unsigned(mask));
@@ -231,9 +277,22 @@ bool walkClosest(const Object& object, RayState& ray) {
             node = nearest.node;
             count = nearest.count;
         }
-        if (leaf && testLeaf<Surfaces>(object, refs + node, count, ray)) found = true;
+        if (leaf && testLeaf<Surfaces, Records>(object, refs, records, node, count, ray)) found = true;
     }
     return found;
+}
+
+// Objects whose records are missing (a tree made by hand) are walked over
+// their references.
+inline bool hasLeafRecords(const Object& object) {
+    return object.leafRecords.size() == object.primitiveRefs.size();
+}
+
+template <bool Surfaces>
+bool walkClosest(const Object& object, RayState& ray) {
+    if (object.wideNodes.empty()) return false;
+    return hasLeafRecords(object) ? walkClosestOver<Surfaces, true>(object, ray)
+                                  : walkClosestOver<Surfaces, false>(object, ray);
 }
 
 struct ShadowEntry {
@@ -245,15 +304,17 @@ struct ShadowEntry {
 
 inline bool blocked(const Color& c) { return c.x <= kCutoff && c.y <= kCutoff && c.z <= kCutoff; }
 
+template <bool Log>
+bool walkTransmittance(Object& object, RayState& ray);
+
 // Every surface within `t` multiplies its factor into the throughput; slots
 // are visited in ascending order, the order that the hierarchy's slot sorting
 // prepares, and the walk stops once nothing gets through.
-template <bool Log>
-bool walkTransmittance(Object& object, RayState& ray) {
-    ray.inverse_direction = reciprocal(ray.direction);
-    if (object.wideNodes.empty()) return false;
+template <bool Log, bool Records>
+bool walkTransmittanceOver(Object& object, RayState& ray) {
     WideNode* nodes = object.wideNodes.data();
     const PrimitiveRef* refs = object.primitiveRefs.data();
+    const LeafRecord* records = object.leafRecords.data();
     const SlabFrame frame = slabFrame(ray, true);
 
     uint64_t popped = 0, leaves = 0, tested = 0;
@@ -274,6 +335,7 @@ bool walkTransmittance(Object& object, RayState& ray) {
             __m256 entry;
             int mask = testNode(wide, frame, ray.t, entry);
             if (mask == 0) break;
+            if (mask & (mask - 1)) prefetchSlots<Records>(wide, mask, nodes, records);
             // Slots 7 down to 1 wait on the stack; the lowest is taken now.
             const int low = __builtin_ctz(unsigned(mask));
             mask &= mask - 1;
@@ -288,8 +350,8 @@ bool walkTransmittance(Object& object, RayState& ray) {
         if (e.count == 0) continue;
 
         ++leaves;
-        for (uint32_t i = 0; i < e.count; ++i) {
-            const PrimitiveRef ref = refs[e.node + i];
+        for (uint32_t i = e.node; i < e.node + e.count; ++i) {
+            const PrimitiveRef ref = referenceAt<Records>(refs, records, i);
             const uint32_t index = ref.index;
             ++tested;
             PrimitiveHit hit;
@@ -305,10 +367,9 @@ bool walkTransmittance(Object& object, RayState& ray) {
                 if ((ray.kind == kind && ray.primitive == index) ||
                     (ray.previous_kind == kind && ray.previous_primitive == index))
                     break;
-                const Part& part = object.parts[ref.part];
-                ok = kind == kTriangle   ? intersectTriangle(part, index, ray, hit)
-                     : kind == kTetragon ? intersectTetragon(part, index, ray, hit)
-                                         : intersectCylinder(part, index, ray, hit);
+                ok = kind == kTriangle   ? testTriangle<Records>(object, records, i, ref, ray, hit)
+                     : kind == kTetragon ? testTetragon<Records>(object, records, i, ref, ray, hit)
+                                         : intersectCylinder(object.parts[ref.part], index, ray, hit);
                 break;
             }
             case kInstance: {
@@ -338,6 +399,14 @@ bool walkTransmittance(Object& object, RayState& ray) {
     }
     flush();
     return false;
+}
+
+template <bool Log>
+bool walkTransmittance(Object& object, RayState& ray) {
+    ray.inverse_direction = reciprocal(ray.direction);
+    if (object.wideNodes.empty()) return false;
+    return hasLeafRecords(object) ? walkTransmittanceOver<Log, true>(object, ray)
+                                  : walkTransmittanceOver<Log, false>(object, ray);
 }
 
 }  // namespace

@@ -389,6 +389,7 @@ Bbox transformedBox(const float m[16], const Bbox& box) {
 
 void updateHierarchy(Object& object) {
     object.primitiveRefs = {};
+    object.leafRecords = {};
     object.wideNodes = {};
     object.maxWideDepth = 0;
     if (object.bbvhNodes.empty()) {
@@ -442,6 +443,44 @@ void updateHierarchy(Object& object) {
     for (auto& list : object.nodesAtDepth) list = {};
     object.wideNodes.shrink_to_fit();
     object.primitiveRefs.shrink_to_fit();
+    fillLeafRecords(object);
+}
+
+void fillLeafRecords(Object& object) {
+    object.leafRecords.resize(object.primitiveRefs.size());
+    const long long count = (long long)object.primitiveRefs.size();
+#pragma omp parallel for schedule(static) if (count >= 65536)
+    for (long long i = 0; i < count; ++i) {
+        const PrimitiveRef& ref = object.primitiveRefs[size_t(i)];
+        LeafRecord& record = object.leafRecords[size_t(i)];
+        record = LeafRecord{};
+        record.index = ref.index;
+        record.part = ref.part;
+        record.kind = ref.kind;
+        if (ref.part >= object.parts.size()) continue;
+        const Part& part = object.parts[ref.part];
+        if (ref.kind == kTriangle && ref.index < part.triangles.size()) {
+            // The same operations as the triangle test, done once.
+            const Triangle& face = part.triangles[ref.index];
+            const Vector a = part.positions[face.a];
+            const Vector e1 = part.positions[face.b] - a;
+            const Vector e2 = part.positions[face.c] - a;
+            const Vector n = cross(e1, e2);
+            record.p[0] = a;
+            record.p[1] = n;
+            record.p[2] = cross(e2, n);
+            record.p[3] = cross(n, e1);
+            record.nn = dot(n, n);
+            record.shader = face.shader;
+        } else if (ref.kind == kTetragon && ref.index < part.tetragons.size()) {
+            const Tetragon& face = part.tetragons[ref.index];
+            record.p[0] = part.positions[face.a];
+            record.p[1] = part.positions[face.b];
+            record.p[2] = part.positions[face.c];
+            record.p[3] = part.positions[face.d];
+            record.shader = face.shader;
+        }
+    }
 }
 
 void satOrder(Object& object) {
