@@ -11,26 +11,28 @@
 #include "geometry/object.h"
 #include "shading/shader.h"
 
-// A per-thread counter alone on its cache line, so that threads counting at
+// A per-thread value alone on its cache line, so that threads writing at
 // the same time do not pass one line back and forth. It reads and writes as
-// the integer it holds.
-struct alignas(64) ThreadCounter {
-    uint64_t value;   // trivial, so the arrays may be cleared by memset
+// the value it holds.
+template <typename T>
+struct alignas(64) ThreadSlot {
+    T value;   // trivial, so the arrays may be cleared by memset
 
-    operator uint64_t() const { return value; }
-    ThreadCounter& operator=(uint64_t v) {
+    operator T() const { return value; }
+    ThreadSlot& operator=(T v) {
         value = v;
         return *this;
     }
-    ThreadCounter& operator+=(uint64_t v) {
+    ThreadSlot& operator+=(T v) {
         value += v;
         return *this;
     }
-    ThreadCounter& operator++() {
+    ThreadSlot& operator++() {
         ++value;
         return *this;
     }
 };
+using ThreadCounter = ThreadSlot<uint64_t>;
 
 // Values of the geometry light that its stage puts back.
 struct GeometryLightValues {
@@ -107,8 +109,8 @@ struct Registry {
     ThreadCounter threadShadowRays[kMaxThreads] = {};
     ThreadCounter threadStatistics[6][kMaxThreads] = {};   // 0..2 counted by occlusion, 3..5 only cleared
     uint64_t firstFrameTotals[3] = {};
-    uint32_t threadPixelIndex[kMaxThreads] = {};
-    uint32_t threadPathCounters[2][kMaxThreads] = {};
+    ThreadSlot<uint32_t> threadPixelIndex[kMaxThreads] = {};
+    ThreadSlot<uint32_t> threadPathCounters[2][kMaxThreads] = {};
 };
 
 extern Registry registry;

@@ -72,7 +72,9 @@ void generateRay(const Camera& camera, RayState& ray, int x, int y, unsigned sam
 
     const int thread = omp_get_thread_num();
     ray.thread = uint8_t(thread);
-    registry.pass_index = uint16_t(sampleIndex);
+    // Every ray of a pass stores the same index; reading first keeps the
+    // shared cache line clean after the first ray.
+    if (registry.pass_index != uint16_t(sampleIndex)) registry.pass_index = uint16_t(sampleIndex);
     registry.threadPixelIndex[thread] = uint32_t(camera.width * y + x);
     registry.threadPathCounters[0][thread] = 0;
     registry.threadPathCounters[1][thread] = 0;
