@@ -273,7 +273,7 @@ RTCRay embreeRay(const Ray& r) {
 }
 #endif
 
-void agreement(const char* label, size_t ours, size_t theirs) {
+[[maybe_unused]] void agreement(const char* label, size_t ours, size_t theirs) {
     const double difference = 100.0 * std::abs(double(ours) - double(theirs)) / double(std::max<size_t>(theirs, 1));
     std::printf("  %-30s %12zu %12zu   %6.3f %%  %s\n", label, ours, theirs, difference,
                 difference <= 0.1 ? "agree" : "DIFFER");
@@ -285,7 +285,7 @@ void run(const Mesh& mesh) {
     const std::vector<Ray> primary = primaryRays(mesh, 1024);
     const std::vector<Ray> incoherent = incoherentRays(mesh, size_t(1) << 20);
     Figures ours, theirs;
-    auto keepBest = [](double& best, double seconds) { best = best == 0.0 ? seconds : std::min(best, seconds); };
+    [[maybe_unused]] auto keepBest = [](double& best, double seconds) { best = best == 0.0 ? seconds : std::min(best, seconds); };
 #ifdef LV_HAVE_EMBREE
     RTCDevice device = rtcNewDevice(nullptr);
     rtcSetDeviceMemoryMonitorFunction(device, countBytes, nullptr);
