@@ -15,6 +15,7 @@
 #include "geometry/intersect_primitives.h"
 #include "geometry/object.h"
 #include "geometry/traversal.h"
+#include "registry_guard.h"
 
 namespace fixtures {
 
@@ -29,9 +30,20 @@ inline Vector randomUnit() {
 
 inline void prepareHierarchy(Object& object) {
     ReportCapture quiet;
-    buildHierarchy(object);
-    updateHierarchy(object);
-    satOrder(object);
+    buildHierarchy(object), updateHierarchy(object), satOrder(object);
+}
+
+inline Object objectWith(Part part) {
+    Object object;
+    object.name = "test", object.parts.push_back(std::move(part));
+    return object;
+}
+
+// Prepares `object` and makes it the scene's root.
+inline void addRoot(Object object) {
+    prepareHierarchy(object);
+    registry.objects.push_back(std::move(object));
+    registry.rootObject = int(registry.objects.size()) - 1;
 }
 
 // Random triangles, or flat parallelograms with corners in order around the face.
@@ -95,23 +107,12 @@ inline void setRigid(Instance& instance, Vector axis, float angle, Vector move) 
     computeInstanceMatrices(instance);
 }
 
-inline Vector transformPoint(const float m[16], Vector p) {
-    return {m[0] * p.x + m[1] * p.y + m[2] * p.z + m[3], m[4] * p.x + m[5] * p.y + m[6] * p.z + m[7],
-            m[8] * p.x + m[9] * p.y + m[10] * p.z + m[11]};
-}
-
 // The closest hit over every primitive of an object without instances, with
 // the skip rules of the closest-hit walk.
-struct Reference {
-    bool hit = false;
-    float t = kInfinity;
-    uint32_t primitive = kNoPrimitive;
-    uint8_t kind = 0;
-};
+struct Reference { bool hit = false; float t = kInfinity; uint32_t primitive = kNoPrimitive; uint8_t kind = 0; };
 
 inline Reference bruteForce(const Object& object, RayState ray) {
-    ray.direction = normalized(ray.direction);
-    ray.t = kInfinity;
+    ray.direction = normalized(ray.direction), ray.t = kInfinity;
     Reference best;
     for (const Part& part : object.parts) {
         auto consider = [&](uint8_t kind, size_t count, auto test) {
@@ -135,7 +136,6 @@ inline RayState rayThrough(float extent) {
     RayState ray = freshRay();
     ray.origin = randomUnit() * (3.0f * extent);
     ray.direction = normalized(randomPoint(extent) - ray.origin);
-    ray.previous_kind = 0;
     return ray;
 }
 
@@ -165,27 +165,20 @@ inline void expectHierarchyInvariants(const Object& object) {
     ASSERT_EQ(object.wideNodes.empty(), expected.empty());
     if (expected.empty()) return;
 
-    struct Visit {
-        uint32_t node, depth;
-        Bbox parent;
-    };
+    struct Visit { uint32_t node, depth; Bbox parent; };
     std::vector<int> visits(object.wideNodes.size(), 0);
     std::vector<Visit> stack{{0, 0, {{-kInfinity, -kInfinity, -kInfinity}, {kInfinity, kInfinity, kInfinity}}}};
     uint32_t deepest = 0;
     while (!stack.empty()) {
         const Visit v = stack.back();
         stack.pop_back();
-        ASSERT_LT(v.node, object.wideNodes.size());
-        ASSERT_LT(v.depth, 256u);
-        ++visits[v.node];
-        deepest = std::max(deepest, v.depth);
+        ASSERT_TRUE(v.node < object.wideNodes.size() && v.depth < 256u) << v.node << " " << v.depth;
+        ++visits[v.node], deepest = std::max(deepest, v.depth);
         const WideNode& node = object.wideNodes[v.node];
         for (int s = 0; s < 8; ++s) {
             const Bbox box = slotBox(node, s);
-            if (node.child[s] == kEmptySlot) {
-                EXPECT_TRUE(node.count[s] == 0 && box.min[0] > box.max[0]);
-                continue;
-            }
+            EXPECT_TRUE(node.child[s] != kEmptySlot || (node.count[s] == 0 && box.min[0] > box.max[0]));
+            if (node.child[s] == kEmptySlot) continue;
             EXPECT_TRUE(inside(v.parent, box)) << "slot " << s << " of node " << v.node;
             if (node.count[s] == 0) stack.push_back({node.child[s], v.depth + 1, box});
             for (uint32_t i = node.child[s]; i < node.child[s] + node.count[s]; ++i) {
@@ -202,27 +195,22 @@ inline void expectHierarchyInvariants(const Object& object) {
     EXPECT_EQ(deepest, object.maxWideDepth);
 }
 
-// An empty scene with two default shaders; afterwards the scene, the shaders
-// and the shadow hook as they were.
-class SceneTest : public ::testing::Test {
+// A registry of its own with two default shaders; afterwards the shadow hook
+// as it was.
+class HierarchyTest : public ::testing::Test {
 protected:
     void SetUp() override {
         seedHardwareRandom(1234);
-        savedShaders_ = registry.shaders;
         registry.shaders.assign(2, Shader{});
-        registry.objects.clear();
-        registry.rootObject = 0;
+        registry.objects.clear(), registry.rootObject = 0;
     }
     void TearDown() override {
-        registry.objects.clear();
-        registry.rootObject = 0;
-        registry.shaders = savedShaders_;
         shadowFactorHook = [](const RayState&, const ShadowHit&) -> Color { return one; };
         seedHardwareRandom(0);
     }
 
 private:
-    std::vector<Shader> savedShaders_;
+    RegistryGuard guard_;
 };
 
 }  // namespace fixtures

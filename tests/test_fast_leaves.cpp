@@ -8,27 +8,22 @@ using namespace fixtures;
 
 namespace {
 
-class LeafRecords : public SceneTest {};
+using LeafRecords = HierarchyTest;
 
-uint32_t bits(float f) { return std::bit_cast<uint32_t>(f); }
-std::vector<uint32_t> bits(std::initializer_list<float> values) {
+// The floats by their bits, then the integers.
+std::vector<uint32_t> bits(std::initializer_list<float> floats, std::initializer_list<uint32_t> integers) {
     std::vector<uint32_t> out;
-    for (float v : values) out.push_back(bits(v));
+    for (float v : floats) out.push_back(std::bit_cast<uint32_t>(v));
+    out.insert(out.end(), integers);
     return out;
 }
-
 std::vector<uint32_t> answer(const PrimitiveHit& h) {
-    std::vector<uint32_t> out = bits({h.t, h.det, h.barycentric.x, h.barycentric.y, h.barycentric.z});
-    out.insert(out.end(), {h.shader, h.front});
-    return out;
+    return bits({h.t, h.det, h.barycentric.x, h.barycentric.y, h.barycentric.z}, {h.shader, h.front});
 }
-
 // Every output of a query.
 std::vector<uint32_t> answer(const RayState& r) {
-    std::vector<uint32_t> out = bits({r.t, r.barycentric.x, r.barycentric.y, r.barycentric.z, r.throughput.x,
-                                      r.throughput.y, r.throughput.z});
-    out.insert(out.end(), {r.primitive, r.kind, r.shader, r.front, r.part != nullptr});
-    return out;
+    const Vector b = r.barycentric, w = r.throughput;
+    return bits({r.t, b.x, b.y, b.z, w.x, w.y, w.z}, {r.primitive, r.kind, r.shader, r.front, r.part != nullptr});
 }
 
 // Triangles, some of them doubled in place so that two faces tie, and flat
@@ -54,6 +49,8 @@ TEST_F(LeafRecords, FaceTestsOnRecordsMatchTheTestsOnParts) {
         if (ref.kind != kTriangle && ref.kind != kTetragon) continue;
         const Part& part = object.parts[ref.part];
         const bool triangle = ref.kind == kTriangle;
+        auto* const onPart = triangle ? intersectTriangle : intersectTetragon;
+        auto* const onRecord = triangle ? intersectTriangleRecord : intersectTetragonRecord;
         const uint32_t* corners = triangle ? &part.triangles[ref.index].a : &part.tetragons[ref.index].a;
         const Vector a = part.positions[corners[0]], b = part.positions[corners[1]], c = part.positions[corners[2]];
         for (int r = 0; r < 6; ++r) {
@@ -70,24 +67,17 @@ TEST_F(LeafRecords, FaceTestsOnRecordsMatchTheTestsOnParts) {
             ray.direction = normalized(ray.direction);
             PrimitiveHit scalar{}, fast{};
             auto both = [&] {
-                const bool s = triangle ? intersectTriangle(part, ref.index, ray, scalar)
-                                        : intersectTetragon(part, ref.index, ray, scalar);
-                const bool f = triangle ? intersectTriangleRecord(object.leafRecords[i], ray, fast)
-                                        : intersectTetragonRecord(object.leafRecords[i], ray, fast);
+                const bool s = onPart(part, ref.index, ray, scalar), f = onRecord(object.leafRecords[i], ray, fast);
                 EXPECT_EQ(s, f) << "reference " << i << " ray " << r;
-                if (s && f) {
-                    EXPECT_EQ(answer(scalar), answer(fast));
-                }
+                if (s && f) { EXPECT_EQ(answer(scalar), answer(fast)); }
                 return s && f;
             };
             ray.t = kInfinity;
             if (!both()) continue;
             ++hits;
             // The far limit at the hit: exactly t + epsilon, and one step less.
-            ray.t = scalar.t + kTriangleEpsilon;
-            both();
-            ray.t = std::nextafter(ray.t, 0.0f);
-            both();
+            ray.t = scalar.t + kTriangleEpsilon, both();
+            ray.t = std::nextafter(ray.t, 0.0f), both();
         }
     }
     EXPECT_GT(hits, 3000);
@@ -104,25 +94,20 @@ TEST_F(LeafRecords, WalksOverRecordsAnswerAsWalksOverReferences) {
         ray.depth = uint8_t(r % 2);
         if (r % 4 == 3) ray.previous_kind = kTriangle, ray.previous_primitive = uint32_t(r % 1800);
         const float surfaceLimit = uniform(5.0f, 40.0f), shadowLimit = uniform(5.0f, 40.0f);
-        RayState answers[2][3];
-        bool hit[2][3];
-        for (int o = 0; o < 2; ++o) {
+        // Every hit flag and every output of the three queries.
+        auto walk = [&](int o) {
             registry.rootObject = o;
             RayState closest = ray, surfaces = ray, shadow = ray;
-            hit[o][0] = intersectClosest(closest);
             surfaces.t = surfaceLimit;
-            hit[o][1] = intersectSurfaces(surfaces);
-            shadow.kind = uint8_t(r % 3 == 0 ? kTriangle : 0);
-            shadow.primitive = uint32_t(r % 1800);
-            shadow.t = shadowLimit;
-            shadow.throughput = {1.0f, 1.0f, 1.0f};
-            hit[o][2] = transmittanceQuery(registry.objects[size_t(o)], shadow);
-            answers[o][0] = closest, answers[o][1] = surfaces, answers[o][2] = shadow;
-        }
-        for (int q = 0; q < 3; ++q) {
-            ASSERT_EQ(hit[0][q], hit[1][q]) << "ray " << r << " query " << q;
-            EXPECT_EQ(answer(answers[0][q]), answer(answers[1][q])) << "ray " << r << " query " << q;
-        }
+            shadow.kind = uint8_t(r % 3 == 0 ? kTriangle : 0), shadow.primitive = uint32_t(r % 1800);
+            shadow.t = shadowLimit, shadow.throughput = one;
+            std::vector<uint32_t> out{intersectClosest(closest), intersectSurfaces(surfaces),
+                                      transmittanceQuery(registry.objects[size_t(o)], shadow)};
+            for (const RayState* q : {&closest, &surfaces, &shadow})
+                for (uint32_t v : answer(*q)) out.push_back(v);
+            return out;
+        };
+        EXPECT_EQ(walk(0), walk(1)) << "ray " << r;
     }
 }
 

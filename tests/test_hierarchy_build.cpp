@@ -9,14 +9,7 @@ using namespace fixtures;
 
 namespace {
 
-class HierarchyBuild : public SceneTest {};
-
-Object objectWith(Part part) {
-    Object object;
-    object.name = "test";
-    object.parts.push_back(std::move(part));
-    return object;
-}
+using HierarchyBuild = HierarchyTest;
 
 Part particlesAt(const std::vector<Vector>& centres, float radius) {
     Part part;
@@ -39,16 +32,9 @@ Part trianglesAt(const std::vector<std::pair<float, float>>& offsetAndSize) {
     return part;
 }
 
-int usedSlots(const WideNode& node) {
-    int n = 0;
-    for (uint32_t c : node.child) n += c != kEmptySlot;
-    return n;
-}
+int usedSlots(const WideNode& node) { return 8 - int(std::count(node.child, node.child + 8, kEmptySlot)); }
 
-void quietUpdate(Object& object) {
-    ReportCapture quiet;
-    updateHierarchy(object);
-}
+void quietUpdate(Object& object) { ReportCapture quiet; updateHierarchy(object); }
 
 TEST_F(HierarchyBuild, OnePrimitiveIsALeafRootAndReportsItsWaves) {
     Object object = objectWith(particlesAt({{1, 2, 3}}, 0.5f));
@@ -77,7 +63,7 @@ TEST_F(HierarchyBuild, CoincidentCentroidsEndInOneLeafAndAFarOneIsSplitOffFirst)
     ASSERT_EQ(twins.bbvhNodes.size(), 1u);
     EXPECT_EQ(twins.bbvhNodes[0].count, 2);
 
-    std::vector<Vector> centres(1000, Vector{0, 0, 0});
+    std::vector<Vector> centres(1000, zero);
     centres.push_back({100, 0, 0});
     Object crowd = objectWith(particlesAt(centres, 0.5f));
     prepareHierarchy(crowd);
@@ -99,25 +85,19 @@ TEST_F(HierarchyBuild, CoincidentCentroidsEndInOneLeafAndAFarOneIsSplitOffFirst)
 
 TEST_F(HierarchyBuild, MixedKindsAndPartsAreAllReachableLargestSlotsFirst) {
     Object object;
-    object.parts.push_back(triangleSoup(700, 10, 1));
-    object.parts.push_back(tetragonField(300, 10, 1));
-    object.parts.push_back(sphereCloud(300, 10, 0.5f));
-    object.parts.push_back(hairStrands(40, 8, 10, 0.05f));
+    object.parts = {triangleSoup(700, 10, 1), tetragonField(300, 10, 1), sphereCloud(300, 10, 0.5f),
+                    hairStrands(40, 8, 10, 0.05f)};
     prepareHierarchy(object);
     expectHierarchyInvariants(object);
     EXPECT_GT(object.wideNodes.size(), 1u);
     EXPECT_GT(object.sahCost, 0.0);
     for (const WideNode& node : object.wideNodes)
         for (int s = 1; s < 8; ++s)
-            if (node.child[s] != kEmptySlot) {
-                EXPECT_GE(halfArea(slotBox(node, s - 1)), halfArea(slotBox(node, s)));
-            }
+            EXPECT_TRUE(node.child[s] == kEmptySlot || halfArea(slotBox(node, s - 1)) >= halfArea(slotBox(node, s)));
 
-    Object empty;
-    empty.parts.emplace_back();
+    Object empty = objectWith(Part{});
     prepareHierarchy(empty);
-    EXPECT_TRUE(empty.bbvhNodes.empty());
-    EXPECT_TRUE(empty.wideNodes.empty());
+    EXPECT_TRUE(empty.bbvhNodes.empty() && empty.wideNodes.empty());
     EXPECT_GT(empty.bounds.min[0], empty.bounds.max[0]);
 }
 
@@ -126,38 +106,32 @@ Object handTree(Part part, const std::vector<std::pair<uint32_t, uint16_t>>& nod
     Object object = objectWith(std::move(part));
     for (uint32_t i = 0; i < object.parts[0].triangles.size(); ++i) object.buildRefs.emplace_back(0u, kTriangle, i);
     for (auto [first, count] : nodes) {
-        object.bbvhNodes.emplace_back();
-        object.bbvhNodes.back().first = first;
-        object.bbvhNodes.back().count = count;
+        BbvhNode& node = object.bbvhNodes.emplace_back();
+        node.first = first, node.count = count;
     }
     return object;
 }
 
-TEST_F(HierarchyBuild, ThreeLeavesGiveOneWideNodeOfThreeSlots) {
-    Object object = handTree(trianglesAt({{0, 1}, {10, 1}, {20, 1}}), {{1, 0}, {0, 1}, {3, 0}, {1, 1}, {2, 1}});
-    quietUpdate(object);
-    ASSERT_EQ(object.wideNodes.size(), 1u);
-    EXPECT_EQ(usedSlots(object.wideNodes[0]), 3);
-    expectHierarchyInvariants(object);
-}
-
-TEST_F(HierarchyBuild, ATwinSubtreeLeftBelowEightSlotsCollapsesIntoOneLeaf) {
-    // Seven big triangles and a pair of equal tiny ones beside the last; the
-    // pair is the one inner node left when the root has opened to 8 slots.
+TEST_F(HierarchyBuild, HandTreesOpenIntoOneWideNode) {
+    // Three leaves give three slots. Seven big triangles and a pair of equal
+    // tiny ones beside the last: the pair is the one inner node left when the
+    // root has opened to 8 slots, and it collapses into one leaf of two.
     std::vector<std::pair<float, float>> faces;
     for (int i = 0; i < 7; ++i) faces.push_back({10.0f * float(i), 1.0f});
-    faces.push_back({60.5f, 0.01f});
-    faces.push_back({60.5f, 0.01f});
+    faces.insert(faces.end(), {{60.5f, 0.01f}, {60.5f, 0.01f}});
     std::vector<std::pair<uint32_t, uint16_t>> nodes{{1, 0}, {3, 0}, {5, 0}, {7, 0}, {9, 0}, {11, 0}, {13, 0}};
     for (uint32_t i = 0; i < 7; ++i) nodes.push_back({i, 1});
     nodes.insert(nodes.end(), {{15, 0}, {7, 1}, {8, 1}});
-    Object object = handTree(trianglesAt(faces), nodes);
-    quietUpdate(object);
-    ASSERT_EQ(object.wideNodes.size(), 1u);
-    const WideNode& root = object.wideNodes[0];
-    EXPECT_EQ(usedSlots(root), 8);
-    EXPECT_EQ(std::count(root.count, root.count + 8, 2), 1);
-    expectHierarchyInvariants(object);
+    Object objects[] = {handTree(trianglesAt({{0, 1}, {10, 1}, {20, 1}}), {{1, 0}, {0, 1}, {3, 0}, {1, 1}, {2, 1}}),
+                        handTree(trianglesAt(faces), nodes)};
+    for (int k = 0; k < 2; ++k) {
+        quietUpdate(objects[k]);
+        ASSERT_EQ(objects[k].wideNodes.size(), 1u);
+        const WideNode& root = objects[k].wideNodes[0];
+        EXPECT_EQ(usedSlots(root), k ? 8 : 3);
+        EXPECT_EQ(std::count(root.count, root.count + 8, 2), k);
+        expectHierarchyInvariants(objects[k]);
+    }
 }
 
 TEST_F(HierarchyBuild, RandomTreesSurviveRotationsWithEveryPrimitiveInPlace) {
@@ -171,10 +145,8 @@ TEST_F(HierarchyBuild, RandomTreesSurviveRotationsWithEveryPrimitiveInPlace) {
         while (!open.empty()) {
             const auto [index, first, end] = open.back();
             open.pop_back();
-            if (end - first == 1) {
-                nodes[index] = {first, 1};
-                continue;
-            }
+            if (end - first == 1) nodes[index] = {first, 1};
+            if (end - first == 1) continue;
             const uint32_t split = first + 1 + hardwareRandom() % (end - first - 1);
             const uint32_t child = uint32_t(nodes.size());
             nodes[index] = {child, 0};

@@ -24,13 +24,12 @@ HitRecord frameAround(Vector normal) {
 }
 
 TEST(Fresnel, SchlickThinSheetAndIndexOne) {
-    EXPECT_NEAR(fresnelReflectance(1.5f, 1.0f, false), 0.04f, 1e-7f);
-    EXPECT_NEAR(fresnelReflectance(1.5f, 0.0f, false), 1.0f, 1e-7f);
     // A sheet reflects at both faces: F + (1 - F)^2 F / (1 - F^2) = 2F / (1 + F).
-    EXPECT_NEAR(fresnelReflectance(1.5f, 1.0f, true), 0.08f / 1.04f, 1e-7f);
-    EXPECT_NEAR(fresnelReflectance(1.5f, 0.0f, true), 1.0f, 1e-7f);
-    EXPECT_EQ(fresnelReflectance(1.0f, 0.3f, false), 0.0f);
-    EXPECT_EQ(fresnelReflectance(1.0f, 0.3f, true), 0.0f);
+    const struct { float ior, cosine; bool thin; float expected; } cases[] = {
+        {1.5f, 1.0f, false, 0.04f}, {1.5f, 0.0f, false, 1.0f}, {1.5f, 1.0f, true, 0.08f / 1.04f},
+        {1.5f, 0.0f, true, 1.0f},   {1.0f, 0.3f, false, 0.0f}, {1.0f, 0.3f, true, 0.0f}};
+    for (const auto& c : cases)
+        EXPECT_NEAR(fresnelReflectance(c.ior, c.cosine, c.thin), c.expected, 1e-7f) << c.ior << " " << c.cosine;
 }
 
 // The frame is orthonormal and right-handed, the -z pole included, where the
@@ -42,15 +41,13 @@ TEST(FrameBuilder, OrthonormalUpToTheSouthPole) {
     for (Vector n : normals) {
         const HitRecord hit = frameAround(n);
         SCOPED_TRACE(testing::Message() << n.x << " " << n.y << " " << n.z);
-        EXPECT_NEAR(dot(hit.tangent, hit.tangent), 1.0f, 2e-3f);
-        EXPECT_NEAR(dot(hit.bitangent, hit.bitangent), 1.0f, 2e-3f);
-        EXPECT_NEAR(dot(hit.tangent, hit.bitangent), 0.0f, 2e-3f);
-        EXPECT_NEAR(dot(hit.tangent, hit.normal), 0.0f, 2e-3f);
-        EXPECT_NEAR(dot(cross(hit.tangent, hit.bitangent), hit.normal), 1.0f, 2e-3f);
+        const Vector t = hit.tangent, b = hit.bitangent;
+        const float got[] = {dot(t, t), dot(b, b), dot(t, b), dot(t, hit.normal), dot(cross(t, b), hit.normal)};
+        const float want[] = {1, 1, 0, 0, 1};
+        for (int k = 0; k < 5; ++k) EXPECT_NEAR(got[k], want[k], 2e-3f) << k;
     }
     const HitRecord pole = frameAround({0, 0, -1});
-    EXPECT_EQ(pole.tangent, (Vector{0, -1, 0}));
-    EXPECT_EQ(pole.bitangent, (Vector{-1, 0, 0}));
+    EXPECT_TRUE(pole.tangent == (Vector{0, -1, 0}) && pole.bitangent == (Vector{-1, 0, 0}));
 }
 
 // A shading normal that would mirror the viewer into the surface gives way to
@@ -61,8 +58,7 @@ TEST(FinishShading, ReflectionGuardAndFresnelBySide) {
     RayState ray = freshRay();
     ray.front = 1;
     HitRecord hit{};
-    hit.geometric_normal = {0, 0, 1};
-    hit.out_direction = normalized({1, 0, 0.1f});
+    hit.geometric_normal = {0, 0, 1}, hit.out_direction = normalized({1, 0, 0.1f});
     hit.normal = normalized({-0.5f, 0, 1});   // tilted away from a grazing viewer
     finishShading(layer, ray, hit);
     EXPECT_EQ(hit.normal, hit.geometric_normal);
@@ -70,8 +66,7 @@ TEST(FinishShading, ReflectionGuardAndFresnelBySide) {
     EXPECT_NEAR(hit.eta, 1.0f / 1.5f, 1e-7f);
     EXPECT_NEAR(hit.fresnel + hit.fresnel_complement, 1.0f, 1e-7f);
 
-    hit.normal = normalized({0.2f, 0, 1});
-    const Vector kept = hit.normal;
+    const Vector kept = hit.normal = normalized({0.2f, 0, 1});
     ray.front = 0;
     finishShading(layer, ray, hit);
     EXPECT_EQ(hit.normal, kept);
@@ -81,20 +76,15 @@ TEST(FinishShading, ReflectionGuardAndFresnelBySide) {
 
 // Each side serves its own layer; a one-sided shader is black behind.
 TEST(LayerChoice, TwoSidedShaders) {
-    Shader shader;
-    shader.layers.resize(2);
-    shader.layers[0].sideness = LV_SIDENESS_FACE;
+    Shader shader, oneSided;
+    shader.layers.resize(2), oneSided.layers.resize(1);
+    shader.layers[0].sideness = oneSided.layers[0].sideness = LV_SIDENESS_FACE;
     shader.layers[1].sideness = LV_SIDENESS_BACK;
-    prepareShader(shader);
+    oneSided.layers[0].elements[LV_ELEMENT_LAMBERTIAN].color = one;
+    prepareShader(shader), prepareShader(oneSided);
     const float uv[2] = {0, 0};
     EXPECT_EQ(pickLayer(shader, uv, true), 0);
     EXPECT_EQ(pickLayer(shader, uv, false), 1);
-
-    Shader oneSided;
-    oneSided.layers.resize(1);
-    oneSided.layers[0].sideness = LV_SIDENESS_FACE;
-    oneSided.layers[0].elements[LV_ELEMENT_LAMBERTIAN].color = one;
-    prepareShader(oneSided);
     const int behind = pickLayer(oneSided, uv, false);
     EXPECT_NE(behind, 0);
     EXPECT_FALSE(oneSided.layers[size_t(behind)].has_lambertian);
@@ -107,16 +97,12 @@ TEST(FirstHitSplit, CountsAreMultiplesOfTheCameraSample) {
     Camera camera = defaultCamera();
     camera.sample = 4;
     registry.currentCameraRecord = &camera;
-    auto expectSplit = [](float w, int budget, uint32_t total, uint32_t perFrame) {
-        const Split s = firstHitSplit(w, budget);
-        EXPECT_EQ(s.total, total) << w << " " << budget;
-        EXPECT_EQ(s.perFrame, perFrame) << w << " " << budget;
-    };
-    expectSplit(1.0f, 6, 4, 1);
-    expectSplit(0.001f, 64, 4, 1);
-    expectSplit(0.5f, 64, 32, 8);
-    expectSplit(3.0f, 64, 64, 16);
-    expectSplit(std::nanf(""), 64, 4, 1);
+    const struct { float w; int budget; uint32_t total, perFrame; } cases[] = {
+        {1.0f, 6, 4, 1}, {0.001f, 64, 4, 1}, {0.5f, 64, 32, 8}, {3.0f, 64, 64, 16}, {std::nanf(""), 64, 4, 1}};
+    for (const auto& c : cases) {
+        const Split s = firstHitSplit(c.w, c.budget);
+        EXPECT_EQ(std::pair(s.total, s.perFrame), std::pair(c.total, c.perFrame)) << c.w << " " << c.budget;
+    }
 }
 
 // A child remembers the last different class on its path.
@@ -127,14 +113,9 @@ TEST(ChildRay, LobeTagsAndParent) {
     HitRecord hit{};
     hit.position = {1, 2, 3};
     const RayState child = childRay(parent, hit, kTagLambertian);
-    EXPECT_EQ(child.lobe, kTagLambertian);
-    EXPECT_EQ(child.earlier_lobe, kTagSpecularReflection);
-    EXPECT_EQ(child.depth, 3);
-    EXPECT_EQ(child.origin, hit.position);
-    EXPECT_EQ(child.previous_primitive, 9u);
-    EXPECT_EQ(child.previous_kind, 4);
-    EXPECT_EQ(child.kind, kKindNotAsked);
-    EXPECT_EQ(child.parent_hit, &hit);
+    EXPECT_TRUE(child.lobe == kTagLambertian && child.earlier_lobe == kTagSpecularReflection && child.depth == 3);
+    EXPECT_TRUE(child.origin == hit.position && child.parent_hit == &hit);
+    EXPECT_TRUE(child.previous_primitive == 9u && child.previous_kind == 4 && child.kind == kKindNotAsked);
     const RayState grandchild = childRay(child, hit, kTagLambertian);
     EXPECT_EQ(grandchild.earlier_lobe, kTagSpecularReflection);   // same class again: kept
 }
@@ -177,12 +158,10 @@ TEST(GlossySampling, HalfVectorsFollowTheLobe) {
     for (uint32_t i = 0; i < kCount; ++i) {
         const Vector h = sampleHalfVector(hit, {{0.1f, 0.6f}, i, 4});
         const float c2 = h.z * h.z;
-        sum += (1.0f - c2) / c2 / (0.2f * 0.2f);
-        lean += h;
+        sum += (1.0f - c2) / c2 / (0.2f * 0.2f), lean += h;
     }
     EXPECT_NEAR(sum / kCount, 1.0, 0.05);
-    EXPECT_NEAR(lean.x / kCount, 0.0, 0.01);
-    EXPECT_NEAR(lean.y / kCount, 0.0, 0.01);
+    EXPECT_LT(std::hypot(lean.x, lean.y) / kCount, 0.014);
 }
 
 }  // namespace
