@@ -21,7 +21,8 @@ lv_install_missing() {
 # Configures and builds into $1 with the remaining arguments passed to CMake.
 lv_build() {
     local dir="$1"; shift
-    cmake -S "$lv_root" -B "$dir" -DCMAKE_BUILD_TYPE=Release "$@" > "$dir.configure.log" 2>&1 || { cat "$dir.configure.log"; return 1; }
+    mkdir -p "$dir"
+    cmake -S "$lv_root" -B "$dir" -DCMAKE_BUILD_TYPE=Release "$@" > "$dir/configure.log" 2>&1 || { cat "$dir/configure.log"; return 1; }
     cmake --build "$dir" -j "$(nproc)"
 }
 
