@@ -71,12 +71,13 @@ struct PrimitiveHit {
 bool intersectParticle(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit);
 bool intersectCylinder(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit);
 // The face tests are inline: the walks run them in their innermost loop.
-inline bool intersectTriangle(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit) {
-    const Triangle& face = part.triangles[index];
-    const Vector a = part.positions[face.a];
-    const Vector e1 = part.positions[face.b] - a;
-    const Vector e2 = part.positions[face.c] - a;
-    const Vector n = cross(e1, e2);
+// Each face form (the part's arrays, or a leaf record) feeds one shared test,
+// so both give the same bits.
+
+// The triangle from its corner a, its normal n = e1 x e2, the axes e2 x n and
+// n x e1 and the squared length of n.
+inline bool triangleTest(Vector a, Vector n, Vector uAxis, Vector vAxis, float nn, uint32_t shader,
+                         const RayState& ray, PrimitiveHit& hit) {
     const Vector& d = ray.direction;
     const float det = dot(n, d);
     const Vector w = a - ray.origin;
@@ -84,102 +85,72 @@ inline bool intersectTriangle(const Part& part, uint32_t index, const RayState& 
     // down or which falls through to the corner tests.
     const float t = dot(n, w) / det;
     if (t < kTriangleEpsilon || t > ray.t - kTriangleEpsilon) return false;
-    const Vector r = (d * t - w) / dot(n, n);
-    const float u = dot(r, cross(e2, n));
+    const Vector r = (d * t - w) / nn;
+    const float u = dot(r, uAxis);
     if (!(u >= 0.0f && u <= 1.0f)) return false;
-    const float v = dot(r, cross(n, e1));
+    const float v = dot(r, vAxis);
     if (!(v >= 0.0f && v <= 1.0f)) return false;
     const float w0 = 1.0f - u - v;
     if (w0 < 0.0f) return false;
-    if (!visibleTo(ray, face.shader)) return false;
+    if (!visibleTo(ray, shader)) return false;
     hit.t = t;
     hit.det = det;
-    hit.shader = face.shader;
+    hit.shader = shader;
     hit.front = det < 0.0f;
     hit.barycentric = {w0, u, v};
     return true;
+}
+
+// The four corners in order around the face, taken as one plane whether or not they are.
+inline bool tetragonTest(Vector a, Vector b, Vector c, Vector e, uint32_t shader, const RayState& ray,
+                         PrimitiveHit& hit) {
+    const Vector& o = ray.origin;
+    const Vector& d = ray.direction;
+    const Vector n = cross(c - a, e - b);
+    const float det = dot(n, d);
+    const float t = dot(n, a - o) / det;
+    if (t < kTetragonEpsilon || t > ray.t - kTetragonEpsilon) return false;
+    const Vector A = a - o, B = b - o, C = c - o, E = e - o;
+    const float s0 = dot(d, cross(A, B));
+    const float s1 = dot(d, cross(B, C));
+    const float s2 = dot(d, cross(C, E));
+    const float s3 = dot(d, cross(E, A));
+    if (det > 0.0f && (s0 < 0.0f || s1 < 0.0f || s2 < 0.0f || s3 < 0.0f)) return false;
+    if (det < 0.0f && (s0 > 0.0f || s1 > 0.0f || s2 > 0.0f || s3 > 0.0f)) return false;
+    const float u = s0 / (s0 + s2);
+    const float v = s3 / (s1 + s3);
+    if (!visibleTo(ray, shader)) return false;
+    hit.t = t;
+    hit.det = det;
+    hit.shader = shader;
+    hit.front = det < 0.0f;
+    hit.barycentric = {u, v, 0.0f};
+    return true;
+}
+
+inline bool intersectTriangle(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit) {
+    const Triangle& face = part.triangles[index];
+    const Vector a = part.positions[face.a];
+    const Vector e1 = part.positions[face.b] - a;
+    const Vector e2 = part.positions[face.c] - a;
+    const Vector n = cross(e1, e2);
+    return triangleTest(a, n, cross(e2, n), cross(n, e1), dot(n, n), face.shader, ray, hit);
 }
 
 inline bool intersectTetragon(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit) {
     const Tetragon& face = part.tetragons[index];
-    const Vector& o = ray.origin;
-    const Vector& d = ray.direction;
-    const Vector a = part.positions[face.a], b = part.positions[face.b];
-    const Vector c = part.positions[face.c], e = part.positions[face.d];
-    // The four corners are taken as one plane, whether or not they are.
-    const Vector n = cross(c - a, e - b);
-    const float det = dot(n, d);
-    const float t = dot(n, a - o) / det;
-    if (t < kTetragonEpsilon || t > ray.t - kTetragonEpsilon) return false;
-    const Vector A = a - o, B = b - o, C = c - o, E = e - o;
-    const float s0 = dot(d, cross(A, B));
-    const float s1 = dot(d, cross(B, C));
-    const float s2 = dot(d, cross(C, E));
-    const float s3 = dot(d, cross(E, A));
-    if (det > 0.0f && (s0 < 0.0f || s1 < 0.0f || s2 < 0.0f || s3 < 0.0f)) return false;
-    if (det < 0.0f && (s0 > 0.0f || s1 > 0.0f || s2 > 0.0f || s3 > 0.0f)) return false;
-    const float u = s0 / (s0 + s2);
-    const float v = s3 / (s1 + s3);
-    if (!visibleTo(ray, face.shader)) return false;
-    hit.t = t;
-    hit.det = det;
-    hit.shader = face.shader;
-    hit.front = det < 0.0f;
-    hit.barycentric = {u, v, 0.0f};
-    return true;
+    return tetragonTest(part.positions[face.a], part.positions[face.b], part.positions[face.c],
+                        part.positions[face.d], face.shader, ray, hit);
 }
 
-// The face tests on a leaf record (geometry/hierarchy.h): the same
-// operations in the same order as the tests above, with the terms that do not
-// depend on the ray read from the record, so the results are the same bits.
+// The face tests on a leaf record (geometry/hierarchy.h), whose ray-free
+// terms were computed once when the hierarchy was finished.
 inline bool intersectTriangleRecord(const LeafRecord& face, const RayState& ray, PrimitiveHit& hit) {
-    const Vector a = face.p[0];
-    const Vector n = face.p[1];
-    const Vector& d = ray.direction;
-    const float det = dot(n, d);
-    const Vector w = a - ray.origin;
-    const float t = dot(n, w) / det;
-    if (t < kTriangleEpsilon || t > ray.t - kTriangleEpsilon) return false;
-    const Vector r = (d * t - w) / face.nn;
-    const float u = dot(r, face.p[2]);
-    if (!(u >= 0.0f && u <= 1.0f)) return false;
-    const float v = dot(r, face.p[3]);
-    if (!(v >= 0.0f && v <= 1.0f)) return false;
-    const float w0 = 1.0f - u - v;
-    if (w0 < 0.0f) return false;
-    if (!visibleTo(ray, face.shader)) return false;
-    hit.t = t;
-    hit.det = det;
-    hit.shader = face.shader;
-    hit.front = det < 0.0f;
-    hit.barycentric = {w0, u, v};
-    return true;
+    return triangleTest(face.p[0], face.p[1], face.p[2], face.p[3], face.nn, face.shader, ray, hit);
 }
 
 inline bool intersectTetragonRecord(const LeafRecord& face, const RayState& ray, PrimitiveHit& hit) {
-    const Vector& o = ray.origin;
-    const Vector& d = ray.direction;
-    const Vector a = face.p[0], b = face.p[1], c = face.p[2], e = face.p[3];
-    const Vector n = cross(c - a, e - b);
-    const float det = dot(n, d);
-    const float t = dot(n, a - o) / det;
-    if (t < kTetragonEpsilon || t > ray.t - kTetragonEpsilon) return false;
-    const Vector A = a - o, B = b - o, C = c - o, E = e - o;
-    const float s0 = dot(d, cross(A, B));
-    const float s1 = dot(d, cross(B, C));
-    const float s2 = dot(d, cross(C, E));
-    const float s3 = dot(d, cross(E, A));
-    if (det > 0.0f && (s0 < 0.0f || s1 < 0.0f || s2 < 0.0f || s3 < 0.0f)) return false;
-    if (det < 0.0f && (s0 > 0.0f || s1 > 0.0f || s2 > 0.0f || s3 > 0.0f)) return false;
-    const float u = s0 / (s0 + s2);
-    const float v = s3 / (s1 + s3);
-    if (!visibleTo(ray, face.shader)) return false;
-    hit.t = t;
-    hit.det = det;
-    hit.shader = face.shader;
-    hit.front = det < 0.0f;
-    hit.barycentric = {u, v, 0.0f};
-    return true;
+    return tetragonTest(face.p[0], face.p[1], face.p[2], face.p[3], face.shader, ray, hit);
 }
 
 // The sphere as the occlusion walk sees it: entry and exit at b -+ D, with D
