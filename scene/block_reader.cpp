@@ -71,15 +71,15 @@ void ReadVector(std::istream& line, Vector& target) {
     ReadFloat(line, target.z);
 }
 
+namespace {
+struct Skipped {};
+// A blank is never a word, so this table matches nothing.
+constexpr BlockKeyword<Skipped> kNothing[] = {{" ", nullptr}};
+}  // namespace
+
 void skipBlock(SceneInput& input) {
-    std::string text;
-    LineStream line;
-    while (!input.atEnd()) {
-        if (!input.readLine(text)) return;
-        if (!text.empty() && text[0] == '#') continue;
-        line.reset(text);
-        if (firstWord(line.stream()) == "end") return;
-    }
+    Skipped skipped;
+    readBlock(input, skipped, kNothing);
 }
 
 std::string firstWord(std::istream& line) {
