@@ -362,8 +362,11 @@ void run(const Mesh& mesh) {
 int main(int argc, char** argv) {
     registry.shaders.push_back(Shader{});
     const std::string assets = LV_SHARED_ASSETS;
-    const bool quick = argc > 1 && std::string(argv[1]) == "--assets-only";
+    // --assets-only skips the procedural mesh; --only NAME runs one mesh.
+    const std::string option = argc > 1 ? argv[1] : "", only = argc > 2 ? argv[2] : "";
+    const bool quick = option == "--assets-only" || (option == "--only" && only != "procedural");
     for (const char* name : {"bunny.obj", "terrain.obj"}) {
+        if (option == "--only" && only != name) continue;
         const std::string path = assets + "/" + name;
         if (!std::filesystem::exists(path)) {
             std::printf("traversal: %s is absent, skipped\n", path.c_str());
