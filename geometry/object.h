@@ -8,6 +8,7 @@
 
 #include "core/constants.h"
 #include "core/distribution.h"
+#include "core/huge_pages.h"
 #include "core/vector.h"
 
 struct Bbox {
@@ -111,7 +112,7 @@ struct Object {
     Distribution lightDistribution;
     uint8_t referenced = 0;
     uint8_t hasMotion = 0;
-    std::vector<WideNode> wideNodes;
+    std::vector<WideNode, HugePageAllocator<WideNode>> wideNodes;
     std::vector<PrimitiveRef> primitiveRefs;   // in leaf order
     uint32_t maxWideDepth = 0;
     std::vector<BbvhNode> bbvhNodes;
@@ -121,7 +122,7 @@ struct Object {
     std::vector<uint32_t> nodesAtDepth[256];
     // primitiveRefs with the faces they refer to, for the walks; filled with
     // the wide tree, so vertex data must not change without a new update.
-    std::vector<LeafRecord> leafRecords;
+    std::vector<LeafRecord, HugePageAllocator<LeafRecord>> leafRecords;
 };
 
 // Reports mixed primitive families and per-vertex arrays of another length
