@@ -62,7 +62,12 @@ inline int testNode(const WideNode& node, const SlabFrame& f, float tMax, __m256
     return _mm256_movemask_ps(_mm256_cmp_ps(entry, exit, _CMP_LE_OQ));
 }
 
-inline Vector reciprocal(Vector d) { return {1.0f / d.x, 1.0f / d.y, 1.0f / d.z}; }
+// Component-wise 1 / d, the three divisions in one instruction.
+inline Vector reciprocal(Vector d) {
+    alignas(16) float r[4];
+    _mm_store_ps(r, _mm_div_ps(_mm_set1_ps(1.0f), _mm_setr_ps(d.x, d.y, d.z, 1.0f)));
+    return {r[0], r[1], r[2]};
+}
 
 // The ray carried into an instance's space, and back.
 struct SavedRay {
