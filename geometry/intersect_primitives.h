@@ -2,6 +2,8 @@
 // that decides whether a ray may see a shader at all.
 #pragma once
 
+#include <immintrin.h>
+
 #include <bit>
 #include <cstdint>
 
@@ -148,8 +150,59 @@ inline bool intersectTetragon(const Part& part, uint32_t index, const RayState& 
 
 // The face tests on a leaf record (geometry/hierarchy.h), whose ray-free
 // terms were computed once when the hierarchy was finished.
+// The ray's origin and direction in lanes 0 to 2 of SSE registers, set once
+// per walk for the triangle test on records.
+struct RayLanes {
+    __m128 origin, direction;
+};
+
+inline RayLanes rayLanes(const RayState& ray) {
+    return {_mm_setr_ps(ray.origin.x, ray.origin.y, ray.origin.z, 0.0f),
+            _mm_setr_ps(ray.direction.x, ray.direction.y, ray.direction.z, 0.0f)};
+}
+
+// Two dot products at once, in lanes 0 and 1: the products x + y, then + z,
+// the order of `dot`, so both sums have its bits.
+inline __m128 dotPair(__m128 a, __m128 b, __m128 c, __m128 d) {
+    const __m128 ab = _mm_mul_ps(a, b), cd = _mm_mul_ps(c, d);
+    const __m128 low = _mm_unpacklo_ps(ab, cd), high = _mm_unpackhi_ps(ab, cd);
+    return _mm_add_ps(_mm_add_ps(low, _mm_movehl_ps(low, low)), high);
+}
+
+// `triangleTest` on a record, with each vector in one register: every lane
+// does the operation of the scalar test on its component, in the same order,
+// so the results are the same bits. Lane 3 carries the next field of the
+// record along and is never summed.
+inline bool triangleRecordTest(const LeafRecord& face, const RayLanes& lanes, const RayState& ray, PrimitiveHit& hit) {
+    const float* p = &face.p[0].x;
+    const __m128 a = _mm_loadu_ps(p), n = _mm_loadu_ps(p + 3), uAxis = _mm_loadu_ps(p + 6),
+                 vAxis = _mm_loadu_ps(p + 9);
+    const __m128 w = _mm_sub_ps(a, lanes.origin);
+    const __m128 detAndNw = dotPair(n, lanes.direction, n, w);
+    const __m128 t = _mm_div_ss(_mm_movehdup_ps(detAndNw), detAndNw);
+    const __m128 r = _mm_div_ps(_mm_sub_ps(_mm_mul_ps(lanes.direction, _mm_shuffle_ps(t, t, 0)), w),
+                                _mm_set1_ps(face.nn));
+    const __m128 uv = dotPair(r, uAxis, r, vAxis);
+    const __m128 w0 = _mm_sub_ss(_mm_sub_ss(_mm_set_ss(1.0f), uv), _mm_movehdup_ps(uv));
+    // u, v, w0 and t against their limits in one comparison. The scalar test
+    // lets a NaN t through its limits, but a NaN t makes u NaN, which fails
+    // here as there, so ordered comparisons give the same answers.
+    const __m128 values = _mm_movelh_ps(uv, _mm_unpacklo_ps(w0, t));
+    const __m128 low = _mm_setr_ps(0.0f, 0.0f, 0.0f, kTriangleEpsilon);
+    const __m128 high = _mm_setr_ps(1.0f, 1.0f, kInfinity, ray.t - kTriangleEpsilon);
+    const __m128 inside = _mm_and_ps(_mm_cmpge_ps(values, low), _mm_cmple_ps(values, high));
+    if (_mm_movemask_ps(inside) != 0xF || !visibleTo(ray, face.shader)) return false;
+    const float det = _mm_cvtss_f32(detAndNw);
+    hit.t = _mm_cvtss_f32(t);
+    hit.det = det;
+    hit.shader = face.shader;
+    hit.front = det < 0.0f;
+    hit.barycentric = {_mm_cvtss_f32(w0), _mm_cvtss_f32(uv), _mm_cvtss_f32(_mm_movehdup_ps(uv))};
+    return true;
+}
+
 inline bool intersectTriangleRecord(const LeafRecord& face, const RayState& ray, PrimitiveHit& hit) {
-    return triangleTest(face.p[0], face.p[1], face.p[2], face.p[3], face.nn, face.shader, ray, hit);
+    return triangleRecordTest(face, rayLanes(ray), ray, hit);
 }
 
 inline bool intersectTetragonRecord(const LeafRecord& face, const RayState& ray, PrimitiveHit& hit) {

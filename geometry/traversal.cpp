@@ -162,52 +162,74 @@ inline bool testTetragon(const Object& object, const LeafRecord* records, uint32
                    : intersectTetragon(object.parts[ref.part], ref.index, ray, hit);
 }
 
-// The references `first` to `first` + `count` - 1 against the ray,
-// shortening `t` at each hit.
+// A successful test shortens the ray and names what it hit.
+inline void takeHit(const Object& object, uint32_t part, uint8_t kind, uint32_t index, const PrimitiveHit& hit,
+                    RayState& ray) {
+    ray.t = hit.t;
+    ray.shader = hit.shader;
+    ray.primitive = index;
+    ray.kind = kind;
+    ray.part = &object.parts[part];
+    ray.barycentric = hit.barycentric;
+    ray.front = hit.front;
+    ray.hit_instance_depth = ray.instance_depth;
+    ray.gatherable = object.level == 0;
+}
+
+// Reference `i` of any kind against the ray. The walks over records call it
+// for all but triangles, out of line, so that their own loop keeps its
+// registers for the boxes and the triangle test.
 template <bool Surfaces, bool Records>
-bool testLeaf(const Object& object, const PrimitiveRef* refs, const LeafRecord* records, uint32_t first,
-              uint32_t count, RayState& ray) {
+__attribute__((noinline)) bool testReference(const Object& object, const PrimitiveRef* refs,
+                                             const LeafRecord* records, uint32_t i, RayState& ray) {
+    const PrimitiveRef ref = referenceAt<Records>(refs, records, i);
+    const uint32_t index = ref.index;
+    PrimitiveHit hit;
+    bool ok = false;
+    switch (ref.kind) {
+    case kParticle:
+        // The test itself skips the parent particle.
+        if (!Surfaces) ok = intersectParticle(object.parts[ref.part], index, ray, hit);
+        break;
+    case kCylinder:
+        if (!Surfaces && !(ray.previous_kind == kCylinder && ray.previous_primitive == index))
+            ok = intersectCylinder(object.parts[ref.part], index, ray, hit);
+        break;
+    case kTriangle:
+        // The surface walk tests the parent triangle too; tetragons are
+        // skipped by both walks.
+        if (Surfaces || !(ray.previous_kind == kTriangle && ray.previous_primitive == index))
+            ok = testTriangle<Records>(object, records, i, ref, ray, hit);
+        break;
+    case kTetragon:
+        if (!(ray.previous_kind == kTetragon && ray.previous_primitive == index))
+            ok = testTetragon<Records>(object, records, i, ref, ray, hit);
+        break;
+    case kInstance:
+        return instanceStep<Surfaces>(object.instances[index], ray);
+    default:
+        break;
+    }
+    if (ok) takeHit(object, ref.part, uint8_t(ref.kind), index, hit, ray);
+    return ok;
+}
+
+// The references `first` to `first` + `count` - 1 against the ray,
+// shortening `t` at each hit. Triangles with records are tested here.
+template <bool Surfaces, bool Records>
+inline bool testLeaf(const Object& object, const PrimitiveRef* refs, const LeafRecord* records, uint32_t first,
+                     uint32_t count, const RayLanes& lanes, RayState& ray) {
     bool found = false;
     for (uint32_t i = first; i < first + count; ++i) {
-        const PrimitiveRef ref = referenceAt<Records>(refs, records, i);
-        const uint32_t index = ref.index;
-        PrimitiveHit hit;
-        bool ok = false;
-        switch (ref.kind) {
-        case kParticle:
-            // The test itself skips the parent particle.
-            if (!Surfaces) ok = intersectParticle(object.parts[ref.part], index, ray, hit);
-            break;
-        case kCylinder:
-            if (!Surfaces && !(ray.previous_kind == kCylinder && ray.previous_primitive == index))
-                ok = intersectCylinder(object.parts[ref.part], index, ray, hit);
-            break;
-        case kTriangle:
-            // The surface walk tests the parent triangle too; tetragons are
-            // skipped by both walks.
-            if (Surfaces || !(ray.previous_kind == kTriangle && ray.previous_primitive == index))
-                ok = testTriangle<Records>(object, records, i, ref, ray, hit);
-            break;
-        case kTetragon:
-            if (!(ray.previous_kind == kTetragon && ray.previous_primitive == index))
-                ok = testTetragon<Records>(object, records, i, ref, ray, hit);
-            break;
-        case kInstance:
-            if (instanceStep<Surfaces>(object.instances[index], ray)) found = true;
-            break;
-        default:
-            break;
+        if (!Records || records[i].kind != kTriangle) {
+            if (testReference<Surfaces, Records>(object, refs, records, i, ray)) found = true;
+            continue;
         }
-        if (ok) {
-            ray.t = hit.t;
-            ray.shader = hit.shader;
-            ray.primitive = index;
-            ray.kind = uint8_t(ref.kind);
-            ray.part = &object.parts[ref.part];
-            ray.barycentric = hit.barycentric;
-            ray.front = hit.front;
-            ray.hit_instance_depth = ray.instance_depth;
-            ray.gatherable = object.level == 0;
+        const LeafRecord& face = records[i];
+        if (!Surfaces && ray.previous_kind == kTriangle && ray.previous_primitive == face.index) continue;
+        PrimitiveHit hit;
+        if (triangleRecordTest(face, lanes, ray, hit)) {
+            takeHit(object, face.part, kTriangle, face.index, hit, ray);
             found = true;
         }
     }
@@ -225,6 +247,7 @@ bool walkClosestOver(const Object& object, RayState& ray) {
     const PrimitiveRef* refs = object.primitiveRefs.data();
     const LeafRecord* records = object.leafRecords.data();
     const SlabFrame frame = slabFrame(ray, false);
+    const RayLanes lanes = rayLanes(ray);
 
     Entry stack[kStackEntries];
     int top = 0;
@@ -256,8 +279,11 @@ bool walkClosestOver(const Object& object, RayState& ray) {
             mask &= ~(1 << high);
             if ((mask & (mask - 1)) == 0) {
                 // Two slots: the far one waits, a tie keeps the lower slot.
-                int far = high, near = __builtin_ctz(unsigned(mask));
-                if (distance[near] > distance[far]) std::swap(near, far);
+                // The choice is made without a branch: which slot is nearer
+                // cannot be predicted.
+                const int low = __builtin_ctz(unsigned(mask));
+                const bool swapped = distance[low] > distance[high];
+                const int near = swapped ? high : low, far = swapped ? low : high;
                 stack[top++] = {wide.child[far], wide.count[far], distance[far]};
                 node = wide.child[near];
                 count = wide.count[near];
@@ -282,7 +308,7 @@ bool walkClosestOver(const Object& object, RayState& ray) {
             node = nearest.node;
             count = nearest.count;
         }
-        if (leaf && testLeaf<Surfaces, Records>(object, refs, records, node, count, ray)) found = true;
+        if (leaf && testLeaf<Surfaces, Records>(object, refs, records, node, count, lanes, ray)) found = true;
     }
     return found;
 }
