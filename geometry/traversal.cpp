@@ -338,6 +338,69 @@ inline bool blocked(const Color& c) { return c.x <= kCutoff && c.y <= kCutoff &&
 template <bool Log>
 bool walkTransmittance(Object& object, RayState& ray);
 
+// The counters of one walk, added to the thread's statistics when it ends
+// or hands over to an instance's walk.
+struct ShadowCounters {
+    uint64_t popped = 0, leaves = 0, tested = 0;
+
+    void flush(uint8_t thread) {
+        registry.threadStatistics[0][thread] += popped;
+        registry.threadStatistics[1][thread] += leaves;
+        registry.threadStatistics[2][thread] += tested;
+        popped = leaves = tested = 0;
+    }
+};
+
+// A surface that the segment passes through lets through its factor.
+inline void passThrough(const Object& object, uint32_t part, uint8_t kind, uint32_t index, const PrimitiveHit& hit,
+                        RayState& ray) {
+    const ShadowHit shadow{&object.parts[part], index, hit.shader, kind, hit.front, hit.barycentric, hit.t};
+    ray.throughput *= shadowFactorHook(ray, shadow);
+}
+
+// The current hit and the parent hit do not shadow themselves.
+inline bool isOwnSurface(const RayState& ray, uint8_t kind, uint32_t index) {
+    return (ray.kind == kind && ray.primitive == index) || (ray.previous_kind == kind && ray.previous_primitive == index);
+}
+
+// Reference `i` of any kind on the shadow segment. The walks over records
+// call it for all but triangles, out of line, as the closest-hit walk does.
+template <bool Log, bool Records>
+__attribute__((noinline)) void shadowReference(Object& object, const PrimitiveRef* refs, const LeafRecord* records,
+                                               uint32_t i, RayState& ray, ShadowCounters& counters) {
+    const PrimitiveRef ref = referenceAt<Records>(refs, records, i);
+    const uint32_t index = ref.index;
+    const uint8_t kind = uint8_t(ref.kind);
+    PrimitiveHit hit;
+    bool ok = false;
+    switch (kind) {
+    case kParticle:
+        ok = intersectParticleShadow(object.parts[ref.part], index, ray, hit);
+        break;
+    case kCylinder:
+        if (!isOwnSurface(ray, kind, index)) ok = intersectCylinder(object.parts[ref.part], index, ray, hit);
+        break;
+    case kTriangle:
+        if (!isOwnSurface(ray, kind, index)) ok = testTriangle<Records>(object, records, i, ref, ray, hit);
+        break;
+    case kTetragon:
+        if (!isOwnSurface(ray, kind, index)) ok = testTetragon<Records>(object, records, i, ref, ray, hit);
+        break;
+    case kInstance: {
+        const Instance& instance = object.instances[index];
+        if (instance.target >= registry.objects.size()) break;
+        const SavedRay saved = enterInstance(instance, ray);
+        counters.flush(ray.thread);
+        walkTransmittance<Log>(registry.objects[instance.target], ray);
+        leaveInstance(saved, ray);
+        break;
+    }
+    default:
+        break;
+    }
+    if (ok) passThrough(object, ref.part, kind, index, hit, ray);
+}
+
 // Every surface within `t` multiplies its factor into the throughput; slots
 // are visited in ascending order, the order that the hierarchy's slot sorting
 // prepares, and the walk stops once nothing gets through.
@@ -347,20 +410,15 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
     const PrimitiveRef* refs = object.primitiveRefs.data();
     const LeafRecord* records = object.leafRecords.data();
     const SlabFrame frame = slabFrame(ray, true);
-
-    uint64_t popped = 0, leaves = 0, tested = 0;
-    auto flush = [&]() {
-        registry.threadStatistics[0][ray.thread] += popped;
-        registry.threadStatistics[1][ray.thread] += leaves;
-        registry.threadStatistics[2][ray.thread] += tested;
-    };
+    const RayLanes lanes = rayLanes(ray);
+    ShadowCounters counters;
 
     ShadowEntry stack[kStackEntries];
     int top = 0;
     stack[top++] = {0, 0, 0, 0};
     while (top > 0) {
         ShadowEntry e = stack[--top];
-        ++popped;
+        ++counters.popped;
         while (e.count == 0) {
             const WideNode& wide = nodes[e.node];
             __m256 entry;
@@ -376,59 +434,27 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
                 stack[top++] = {wide.child[s], wide.count[s], e.node, uint32_t(s)};
             }
             e = {wide.child[low], wide.count[low], e.node, uint32_t(low)};
-            ++popped;
+            ++counters.popped;
         }
         if (e.count == 0) continue;
 
-        ++leaves;
+        ++counters.leaves;
         for (uint32_t i = e.node; i < e.node + e.count; ++i) {
-            const PrimitiveRef ref = referenceAt<Records>(refs, records, i);
-            const uint32_t index = ref.index;
-            ++tested;
-            PrimitiveHit hit;
-            bool ok = false;
-            switch (ref.kind) {
-            case kParticle:
-                ok = intersectParticleShadow(object.parts[ref.part], index, ray, hit);
-                break;
-            case kCylinder:
-            case kTriangle:
-            case kTetragon: {
-                const uint8_t kind = uint8_t(ref.kind);
-                if ((ray.kind == kind && ray.primitive == index) ||
-                    (ray.previous_kind == kind && ray.previous_primitive == index))
-                    break;
-                ok = kind == kTriangle   ? testTriangle<Records>(object, records, i, ref, ray, hit)
-                     : kind == kTetragon ? testTetragon<Records>(object, records, i, ref, ray, hit)
-                                         : intersectCylinder(object.parts[ref.part], index, ray, hit);
-                break;
-            }
-            case kInstance: {
-                const Instance& instance = object.instances[index];
-                if (instance.target >= registry.objects.size()) break;
-                const SavedRay saved = enterInstance(instance, ray);
-                flush();
-                popped = leaves = tested = 0;
-                walkTransmittance<Log>(registry.objects[instance.target], ray);
-                leaveInstance(saved, ray);
-                break;
-            }
-            default:
-                break;
-            }
-            if (ok) {
-                const ShadowHit shadow{&object.parts[ref.part], index, hit.shader, uint8_t(ref.kind),
-                                       hit.front, hit.barycentric, hit.t};
-                ray.throughput *= shadowFactorHook(ray, shadow);
+            ++counters.tested;
+            if (!Records || records[i].kind != kTriangle) {
+                shadowReference<Log, Records>(object, refs, records, i, ray, counters);
+            } else if (const LeafRecord& face = records[i]; !isOwnSurface(ray, kTriangle, face.index)) {
+                PrimitiveHit hit;
+                if (triangleRecordTest(face, lanes, ray, hit)) passThrough(object, face.part, kTriangle, face.index, hit, ray);
             }
             if (blocked(ray.throughput)) {
                 if (Log) std::atomic_ref<uint32_t>(nodes[e.parent].hits[e.slot]).fetch_add(1, std::memory_order_relaxed);
-                flush();
+                counters.flush(ray.thread);
                 return true;
             }
         }
     }
-    flush();
+    counters.flush(ray.thread);
     return false;
 }
 
