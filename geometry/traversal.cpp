@@ -214,18 +214,31 @@ __attribute__((noinline)) bool testReference(const Object& object, const Primiti
     return ok;
 }
 
+// The references `first` to `end` - 1 of any kinds, out of line.
+template <bool Surfaces, bool Records>
+__attribute__((noinline)) bool testReferences(const Object& object, const PrimitiveRef* refs,
+                                              const LeafRecord* records, uint32_t first, uint32_t end,
+                                              RayState& ray) {
+    bool found = false;
+    for (uint32_t i = first; i < end; ++i)
+        if (testReference<Surfaces, Records>(object, refs, records, i, ray)) found = true;
+    return found;
+}
+
 // The references `first` to `first` + `count` - 1 against the ray,
-// shortening `t` at each hit. Triangles with records are tested here.
+// shortening `t` at each hit. Triangles with records are tested here, in a
+// loop without calls, so that the walk keeps its registers across a leaf; the
+// first reference of another kind hands the rest of the leaf to the general
+// loop.
 template <bool Surfaces, bool Records>
 inline bool testLeaf(const Object& object, const PrimitiveRef* refs, const LeafRecord* records, uint32_t first,
                      uint32_t count, const RayLanes& lanes, RayState& ray) {
+    if (!Records) return testReferences<Surfaces, Records>(object, refs, records, first, first + count, ray);
     bool found = false;
     for (uint32_t i = first; i < first + count; ++i) {
-        if (!Records || records[i].kind != kTriangle) {
-            if (testReference<Surfaces, Records>(object, refs, records, i, ray)) found = true;
-            continue;
-        }
         const LeafRecord& face = records[i];
+        if (__builtin_expect(face.kind != kTriangle, 0))
+            return testReferences<Surfaces, Records>(object, refs, records, i, first + count, ray) || found;
         if (!Surfaces && ray.previous_kind == kTriangle && ray.previous_primitive == face.index) continue;
         PrimitiveHit hit;
         if (triangleRecordTest(face, lanes, ray, hit)) {
@@ -401,6 +414,41 @@ __attribute__((noinline)) void shadowReference(Object& object, const PrimitiveRe
     if (ok) passThrough(object, ref.part, kind, index, hit, ray);
 }
 
+// The references `first` to `end` - 1 of any kinds, out of line; true once
+// nothing gets through.
+template <bool Log, bool Records>
+__attribute__((noinline)) bool shadowReferences(Object& object, const PrimitiveRef* refs, const LeafRecord* records,
+                                                uint32_t first, uint32_t end, RayState& ray,
+                                                ShadowCounters& counters) {
+    for (uint32_t i = first; i < end; ++i) {
+        ++counters.tested;
+        shadowReference<Log, Records>(object, refs, records, i, ray, counters);
+        if (blocked(ray.throughput)) return true;
+    }
+    return false;
+}
+
+// A leaf on the shadow segment; true once nothing gets through. Triangles
+// with records are tested in a loop without calls, as in the closest-hit walk.
+template <bool Log, bool Records>
+inline bool shadowLeaf(Object& object, const PrimitiveRef* refs, const LeafRecord* records, uint32_t first,
+                       uint32_t count, const RayLanes& lanes, RayState& ray, ShadowCounters& counters) {
+    if (!Records) return shadowReferences<Log, Records>(object, refs, records, first, first + count, ray, counters);
+    for (uint32_t i = first; i < first + count; ++i) {
+        const LeafRecord& face = records[i];
+        if (__builtin_expect(face.kind != kTriangle, 0))
+            return shadowReferences<Log, Records>(object, refs, records, i, first + count, ray, counters);
+        ++counters.tested;
+        PrimitiveHit hit;
+        if (!isOwnSurface(ray, kTriangle, face.index) && triangleRecordTest(face, lanes, ray, hit))
+            passThrough(object, face.part, kTriangle, face.index, hit, ray);
+        // Tested after every reference, hit or not: a segment that starts
+        // with nothing to carry ends at its first reference.
+        if (blocked(ray.throughput)) return true;
+    }
+    return false;
+}
+
 // Every surface within `t` multiplies its factor into the throughput; slots
 // are visited in ascending order, the order that the hierarchy's slot sorting
 // prepares, and the walk stops once nothing gets through.
@@ -439,19 +487,10 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
         if (e.count == 0) continue;
 
         ++counters.leaves;
-        for (uint32_t i = e.node; i < e.node + e.count; ++i) {
-            ++counters.tested;
-            if (!Records || records[i].kind != kTriangle) {
-                shadowReference<Log, Records>(object, refs, records, i, ray, counters);
-            } else if (const LeafRecord& face = records[i]; !isOwnSurface(ray, kTriangle, face.index)) {
-                PrimitiveHit hit;
-                if (triangleRecordTest(face, lanes, ray, hit)) passThrough(object, face.part, kTriangle, face.index, hit, ray);
-            }
-            if (blocked(ray.throughput)) {
-                if (Log) std::atomic_ref<uint32_t>(nodes[e.parent].hits[e.slot]).fetch_add(1, std::memory_order_relaxed);
-                counters.flush(ray.thread);
-                return true;
-            }
+        if (shadowLeaf<Log, Records>(object, refs, records, e.node, e.count, lanes, ray, counters)) {
+            if (Log) std::atomic_ref<uint32_t>(nodes[e.parent].hits[e.slot]).fetch_add(1, std::memory_order_relaxed);
+            counters.flush(ray.thread);
+            return true;
         }
     }
     counters.flush(ray.thread);
