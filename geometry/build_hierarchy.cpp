@@ -6,6 +6,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <iomanip>
 #include <iostream>
 
@@ -65,8 +66,8 @@ struct Bin {
 
 struct Builder {
     Object& object;
-    std::vector<LaneBox> boxes;
-    uint32_t nodeCount = 1;
+    std::vector<LaneBox, HugePageAllocator<LaneBox>> boxes;
+    std::atomic<uint32_t> nodeCount = 1;
 };
 
 void progressLine(int wave, char end) {
@@ -74,15 +75,8 @@ void progressLine(int wave, char end) {
               << ' ' << "[ n/a ]" << end << std::flush;
 }
 
-uint32_t allocatePair(Builder& builder) {
-    uint32_t a;
-#pragma omp critical(lvBbvhNodeCounter)
-    {
-        a = builder.nodeCount;
-        builder.nodeCount += 2;
-    }
-    return a;
-}
+// The builder's own lock on the node counter: an atomic addition.
+uint32_t allocatePair(Builder& builder) { return builder.nodeCount.fetch_add(2, std::memory_order_relaxed); }
 
 void makeInner(Builder& builder, const BuildTask& task, uint32_t left, std::vector<BuildTask>& out) {
     const uint32_t a = allocatePair(builder);
@@ -225,8 +219,8 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
 // Node numbers come from the order in which threads took pairs; renumbering
 // depth first puts every subtree in one run of the array, so that later
 // passes over subtrees share no cache lines and walk memory in order.
-void renumberDepthFirst(std::vector<BbvhNode>& nodes, uint32_t nodeCount) {
-    std::vector<BbvhNode> ordered(nodeCount);
+void renumberDepthFirst(BbvhNodes& nodes, uint32_t nodeCount) {
+    BbvhNodes ordered(nodeCount);
     ordered[0] = nodes[0];
     uint32_t next = 1;
     struct Move {
@@ -333,7 +327,7 @@ void buildHierarchy(Object& object) {
     }
     for (uint32_t i = 0; i < object.instances.size(); ++i) refs.emplace_back(0u, kInstance, i);
 
-    Builder builder{object, std::vector<LaneBox>(total), 1};
+    Builder builder{object, std::vector<LaneBox, HugePageAllocator<LaneBox>>(total), 1};
     const long long count = (long long)total;
 #pragma omp parallel for schedule(static) if (count >= 4096)
     for (long long i = 0; i < count; ++i) builder.boxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]));

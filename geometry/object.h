@@ -115,7 +115,7 @@ struct Object {
     std::vector<WideNode, HugePageAllocator<WideNode>> wideNodes;
     std::vector<PrimitiveRef> primitiveRefs;   // in leaf order
     uint32_t maxWideDepth = 0;
-    std::vector<BbvhNode> bbvhNodes;
+    BbvhNodes bbvhNodes;
     std::vector<PrimitiveRef> buildRefs;       // in the builder's order
     uint32_t nodesPerDepth[256] = {};
     uint32_t nodesFilled[256] = {};

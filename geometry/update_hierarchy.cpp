@@ -18,36 +18,39 @@ constexpr uint32_t kLeafLimit = 0xFFFFu;
 bool isLeaf(const BbvhNode& node) { return node.count > 0; }
 
 // nodesPerDepth, nodesFilled and nodesAtDepth, from a walk of the tree. Nodes
-// below depth 255 have no place in the lists.
+// below depth 255 have no place in the lists. The tree is walked once; the
+// second pass, which fills the lists, replays the visits in their order, and
+// repeats the message for each node out of range as a second walk would.
 void makeDepthLists(Object& object) {
     std::fill(std::begin(object.nodesPerDepth), std::end(object.nodesPerDepth), 0u);
     std::fill(std::begin(object.nodesFilled), std::end(object.nodesFilled), 0u);
-    const std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    const BbvhNodes& nodes = object.bbvhNodes;
     struct Visit {
         uint32_t node, depth;
     };
-    std::vector<Visit> stack;
-    for (int pass = 0; pass < 2; ++pass) {
-        stack.assign(1, Visit{0, 0});
-        while (!stack.empty()) {
-            const Visit v = stack.back();
-            stack.pop_back();
-            if (v.depth >= kDepths) {
-                reportError("bbvh - depth out of range");
-                reportRule();
-            } else if (pass == 0) {
-                ++object.nodesPerDepth[v.depth];
-            } else {
-                object.nodesAtDepth[v.depth][object.nodesFilled[v.depth]++] = v.node;
-            }
-            const BbvhNode& node = nodes[v.node];
-            if (!isLeaf(node)) {
-                stack.push_back({node.first + 1, v.depth + 1});
-                stack.push_back({node.first, v.depth + 1});
-            }
+    auto outOfRange = [] {
+        reportError("bbvh - depth out of range");
+        reportRule();
+    };
+    std::vector<Visit> visits;
+    visits.reserve(nodes.size());
+    std::vector<Visit> stack{Visit{0, 0}};
+    while (!stack.empty()) {
+        const Visit v = stack.back();
+        stack.pop_back();
+        visits.push_back(v);
+        if (v.depth >= kDepths) outOfRange();
+        else ++object.nodesPerDepth[v.depth];
+        const BbvhNode& node = nodes[v.node];
+        if (!isLeaf(node)) {
+            stack.push_back({node.first + 1, v.depth + 1});
+            stack.push_back({node.first, v.depth + 1});
         }
-        if (pass == 0)
-            for (int d = 0; d < kDepths; ++d) object.nodesAtDepth[d].resize(object.nodesPerDepth[d]);
+    }
+    for (int d = 0; d < kDepths; ++d) object.nodesAtDepth[d].resize(object.nodesPerDepth[d]);
+    for (const Visit& v : visits) {
+        if (v.depth >= kDepths) outOfRange();
+        else object.nodesAtDepth[v.depth][object.nodesFilled[v.depth]++] = v.node;
     }
 }
 
@@ -57,7 +60,7 @@ void makeDepthLists(Object& object) {
 // each in post order, and the levels above the cut follow one by one. This
 // keeps the order of the level loop with one team instead of one per level.
 template <typename Work>
-void postOrder(const std::vector<BbvhNode>& nodes, uint32_t n, uint32_t depth, Work& work) {
+void postOrder(const BbvhNodes& nodes, uint32_t n, uint32_t depth, Work& work) {
     if (depth >= kDepths) return;
     const BbvhNode node = nodes[n];
     if (!isLeaf(node)) {
@@ -87,7 +90,7 @@ void bottomUp(Object& object, Work work) {
 }
 
 void refitNode(Object& object, uint32_t n) {
-    std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    BbvhNodes& nodes = object.bbvhNodes;
     BbvhNode& node = nodes[n];
     node.bounds = Bbox{};
     if (!isLeaf(node)) {
@@ -102,14 +105,14 @@ void refitNode(Object& object, uint32_t n) {
     }
 }
 
-void setInnerCost(std::vector<BbvhNode>& nodes, uint32_t n) {
+void setInnerCost(BbvhNodes& nodes, uint32_t n) {
     BbvhNode& node = nodes[n];
     node.cost = halfArea(node.bounds) + nodes[node.first].cost + nodes[node.first + 1].cost;
 }
 
 // An inner node with one leaf child and one inner child: the leaf may trade
 // places with either grandchild. `leafSlot` and `innerSlot` are the children.
-void rotateOneSide(std::vector<BbvhNode>& nodes, uint32_t n, uint32_t leafSlot, uint32_t innerSlot) {
+void rotateOneSide(BbvhNodes& nodes, uint32_t n, uint32_t leafSlot, uint32_t innerSlot) {
     const uint32_t g0 = nodes[innerSlot].first, g1 = g0 + 1;
     const BbvhNode& leaf = nodes[leafSlot];
     const BbvhNode& a = nodes[g0];
@@ -133,7 +136,7 @@ void rotateOneSide(std::vector<BbvhNode>& nodes, uint32_t n, uint32_t leafSlot, 
 
 // Both children inner: the four grandchildren a, b, c, d are rearranged into
 // the cheapest of fourteen other shapes, if one beats the node's cost.
-void rotateBothSides(std::vector<BbvhNode>& nodes, uint32_t n) {
+void rotateBothSides(BbvhNodes& nodes, uint32_t n) {
     const uint32_t l = nodes[n].first, r = l + 1;
     const uint32_t g0 = nodes[l].first, g1 = nodes[r].first;
     const BbvhNode sub[4] = {nodes[g0], nodes[g0 + 1], nodes[g1], nodes[g1 + 1]};
@@ -204,7 +207,7 @@ void rotateBothSides(std::vector<BbvhNode>& nodes, uint32_t n) {
 }
 
 void rotateNode(Object& object, uint32_t n) {
-    std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    BbvhNodes& nodes = object.bbvhNodes;
     if (isLeaf(nodes[n])) return;
     const uint32_t l = nodes[n].first, r = l + 1;
     const bool leftLeaf = isLeaf(nodes[l]), rightLeaf = isLeaf(nodes[r]);
@@ -242,7 +245,7 @@ void setSlotBox(WideNode& wide, int slot, const Bbox& box) {
 
 void collapseNode(Object& object, uint32_t b, uint32_t w, uint32_t depth) {
     if (depth > object.maxWideDepth) object.maxWideDepth = depth;
-    const std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    const BbvhNodes& nodes = object.bbvhNodes;
 
     // Open the inner entry of largest half area until there are eight.
     uint32_t list[8] = {b};
@@ -427,7 +430,7 @@ void updateHierarchy(Object& object) {
     object.sahCost = cost;
 
     makeDepthLists(object);
-    std::vector<BbvhNode>& nodes = object.bbvhNodes;
+    BbvhNodes& nodes = object.bbvhNodes;
     bottomUp(object, [&nodes](uint32_t n) {
         BbvhNode& node = nodes[n];
         node.subtree = isLeaf(node) ? node.count : nodes[node.first].subtree + nodes[node.first + 1].subtree;
