@@ -6,6 +6,9 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <atomic>
 #include <iomanip>
 #include <iostream>
@@ -36,13 +39,13 @@ inline LaneBox laneBox(const Bbox& b) {
     return {_mm_setr_ps(b.min[0], b.min[1], b.min[2], 0.0f), _mm_setr_ps(b.max[0], b.max[1], b.max[2], 0.0f)};
 }
 
-inline Bbox plainBox(const LaneBox& b) {
-    alignas(16) float low[4], high[4];
-    _mm_store_ps(low, b.min);
-    _mm_store_ps(high, b.max);
-    Bbox box;
-    for (int k = 0; k < 3; ++k) box.min[k] = low[k], box.max[k] = high[k];
-    return box;
+// halfArea of a lane box, from its lanes: extents below 0 count as 0 (a NaN
+// extent stays NaN, as in halfArea).
+inline float laneHalfArea(const LaneBox& b) {
+    const __m128 d = _mm_max_ps(_mm_setzero_ps(), _mm_sub_ps(b.max, b.min));
+    const float dx = _mm_cvtss_f32(d), dy = _mm_cvtss_f32(_mm_movehdup_ps(d)),
+                dz = _mm_cvtss_f32(_mm_movehl_ps(d, d));
+    return (dy + dz) * dx + dy * dz;
 }
 
 inline LaneBox emptyLaneBox() { return {_mm_set1_ps(kInfinity), _mm_set1_ps(-kInfinity)}; }
@@ -178,8 +181,8 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
             rightCount[i] = n;
         }
         for (int i = 0; i < kBins - 1; ++i) {
-            const float cost = halfArea(plainBox(leftBox[i])) * float(leftCount[i]) +
-                               halfArea(plainBox(rightBox[i])) * float(rightCount[i]);
+            const float cost = laneHalfArea(leftBox[i]) * float(leftCount[i]) +
+                               laneHalfArea(rightBox[i]) * float(rightCount[i]);
             if (best > cost) {
                 best = cost;
                 bestLeft = leftBox[i];
@@ -194,7 +197,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
 
     // Membership by box: a reference that both sides hold goes to the side
     // with the smaller half area.
-    const bool sharedGoLeft = halfArea(plainBox(bestRight)) > halfArea(plainBox(bestLeft));
+    const bool sharedGoLeft = laneHalfArea(bestRight) > laneHalfArea(bestLeft);
     uint32_t left = 0, right = 0;
     while (left + right < count) {
         const uint32_t i = first + left;
@@ -348,6 +351,7 @@ void buildHierarchy(Object& object) {
 #pragma omp parallel for schedule(dynamic, chunk) if (tasks > 1 && count >= 4096)
         for (long long i = 0; i < tasks; ++i)
             runTask(builder, current[size_t(i)], wave, perThread[size_t(omp_get_thread_num())]);
+        { static auto last = std::chrono::steady_clock::now(); auto now = std::chrono::steady_clock::now(); if (getenv("WAVES")) fprintf(stderr, "wave %d tasks %lld %.2f ms\n", wave, tasks, std::chrono::duration<double, std::milli>(now - last).count()); last = now; }
         current.clear();
         for (const auto& list : perThread) current.insert(current.end(), list.begin(), list.end());
         ++wave;
