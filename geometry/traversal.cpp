@@ -103,7 +103,7 @@ inline void prefetchSlots(const WideNode& wide, int mask, const WideNode* nodes,
         const int s = __builtin_ctz(unsigned(mask));
         if (wide.count[s] == 0) {
             const char* p = reinterpret_cast<const char*>(nodes + wide.child[s]);
-            for (int line = 0; line < int(sizeof(WideNode)); line += 64) _mm_prefetch(p + line, _MM_HINT_T0);
+            for (int line = 0; line < int(offsetof(WideNode, hits)); line += 64) _mm_prefetch(p + line, _MM_HINT_T0);
         } else if (Records) {
             const LeafRecord* r = records + wide.child[s];
             const int lines = wide.count[s] < 4 ? wide.count[s] : 4;
