@@ -32,13 +32,15 @@ void makeDepthLists(Object& object) {
         reportError("bbvh - depth out of range");
         reportRule();
     };
-    std::vector<Visit> visits;
-    visits.reserve(nodes.size());
-    std::vector<Visit> stack{Visit{0, 0}};
+    // Each node is visited once, so the visits fit the node count; the stack
+    // holds at most one waiting sibling per level.
+    std::vector<Visit> visits(nodes.size()), stack(1);
+    size_t visited = 0;
+    stack[0] = {0, 0};
     while (!stack.empty()) {
         const Visit v = stack.back();
         stack.pop_back();
-        visits.push_back(v);
+        visits[visited++] = v;
         if (v.depth >= kDepths) outOfRange();
         else ++object.nodesPerDepth[v.depth];
         const BbvhNode& node = nodes[v.node];
@@ -47,6 +49,7 @@ void makeDepthLists(Object& object) {
             stack.push_back({node.first, v.depth + 1});
         }
     }
+    visits.resize(visited);
     for (int d = 0; d < kDepths; ++d) object.nodesAtDepth[d].resize(object.nodesPerDepth[d]);
     for (const Visit& v : visits) {
         if (v.depth >= kDepths) outOfRange();
@@ -247,21 +250,27 @@ void collapseNode(Object& object, uint32_t b, uint32_t w, uint32_t depth) {
     if (depth > object.maxWideDepth) object.maxWideDepth = depth;
     const BbvhNodes& nodes = object.bbvhNodes;
 
-    // Open the inner entry of largest half area until there are eight.
+    // Open the inner entry of largest half area until there are eight. Each
+    // entry's half area is computed once, when it joins the list; leaves
+    // carry -1, below every area.
     uint32_t list[8] = {b};
+    float area[8];
+    auto areaOf = [&nodes](uint32_t n) { return isLeaf(nodes[n]) ? -1.0f : halfArea(nodes[n].bounds); };
+    area[0] = areaOf(b);
     int size = 1;
     while (size < 8) {
         int pick = -1;
         float largest = 0.0f;
         for (int i = 0; i < size; ++i) {
-            if (isLeaf(nodes[list[i]])) continue;
-            const float area = halfArea(nodes[list[i]].bounds);
-            if (pick < 0 || area > largest) pick = i, largest = area;
+            if (area[i] < 0.0f) continue;
+            if (pick < 0 || area[i] > largest) pick = i, largest = area[i];
         }
         if (pick < 0) break;
         const uint32_t first = nodes[list[pick]].first;
         list[pick] = first;
-        list[size++] = first + 1;
+        area[pick] = areaOf(first);
+        list[size] = first + 1;
+        area[size++] = areaOf(first + 1);
     }
 
     for (int i = 0; i < size; ++i) {
