@@ -181,6 +181,9 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
             rightCount[i] = n;
         }
         for (int i = 0; i < kBins - 1; ++i) {
+            // A plane past an empty bin splits as the plane before it, and an
+            // equal cost never wins: small runs skip most planes.
+            if (i > 0 && bins[k][i].count == 0) continue;
             const float cost = laneHalfArea(leftBox[i]) * float(leftCount[i]) +
                                laneHalfArea(rightBox[i]) * float(rightCount[i]);
             if (best > cost) {
