@@ -80,11 +80,3 @@ Camera defaultCamera() {
     return camera;
 }
 
-RayState freshRay() {
-    RayState ray{};
-    ray.primitive = kNoPrimitive;
-    ray.kind = kKindNotAsked;
-    ray.previous_primitive = kNoPrimitive;
-    ray.throughput = one;
-    return ray;
-}

@@ -116,11 +116,19 @@ struct RayState {
     uint8_t gatherable;
 };
 
-// The start values of a fresh ray: no hit yet, zero path distance.
-RayState freshRay();
-
 inline constexpr uint32_t kNoPrimitive = 0xFFFFFFFFu;
 inline constexpr uint8_t kKindNotAsked = 255;
+
+// The start values of a fresh ray: no hit yet, zero path distance. Inline,
+// since every ray begins here and most of it is overwritten at once.
+inline RayState freshRay() {
+    RayState ray{};
+    ray.primitive = kNoPrimitive;
+    ray.kind = kKindNotAsked;
+    ray.previous_primitive = kNoPrimitive;
+    ray.throughput = one;
+    return ray;
+}
 
 // What a ray found at its closest hit, shaded.
 struct HitRecord {
