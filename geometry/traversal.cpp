@@ -117,11 +117,9 @@ inline void prefetchSlots(const WideNode& wide, int mask, const WideNode* nodes,
 // side start to load when the leaf is tested. A prefetch never faults, so the
 // ends of the array need no care.
 inline void prefetchNeighbours(const LeafRecord* records, uint32_t first, uint32_t count) {
-    const char* at = reinterpret_cast<const char*>(records + first);
-    _mm_prefetch(at - 2 * sizeof(LeafRecord), _MM_HINT_T0);
-    _mm_prefetch(at - sizeof(LeafRecord), _MM_HINT_T0);
-    _mm_prefetch(at + count * sizeof(LeafRecord), _MM_HINT_T0);
-    _mm_prefetch(at + (count + 1) * sizeof(LeafRecord), _MM_HINT_T0);
+    const uintptr_t at = reinterpret_cast<uintptr_t>(records + first), size = sizeof(LeafRecord);
+    for (const uintptr_t line : {at - 2 * size, at - size, at + count * size, at + (count + 1) * size})
+        _mm_prefetch(reinterpret_cast<const char*>(line), _MM_HINT_T0);
 }
 
 struct Entry {
