@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <limits>
 #include <new>
 
 inline constexpr size_t kHugePageBytes = size_t(2) << 20;
@@ -19,10 +20,14 @@ struct HugePageAllocator {
     template <typename U>
     HugePageAllocator(const HugePageAllocator<U>&) {}
 
+    // Counts beyond this would overflow the byte count once rounded up.
+    static constexpr size_t kLargest = (std::numeric_limits<size_t>::max() / 4) / sizeof(T);
+
     static bool huge(size_t n) { return n * sizeof(T) >= kHugePageBytes; }
     static size_t rounded(size_t n) { return (n * sizeof(T) + kHugePageBytes - 1) / kHugePageBytes * kHugePageBytes; }
 
     T* allocate(size_t n) {
+        if (n > kLargest) throw std::bad_array_new_length();
         if (!huge(n)) return static_cast<T*>(::operator new(n * sizeof(T), std::align_val_t(alignof(T))));
         void* p = std::aligned_alloc(kHugePageBytes, rounded(n));
         if (!p) throw std::bad_alloc();

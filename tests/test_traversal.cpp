@@ -91,6 +91,15 @@ TEST_F(Traversal, ClosestHitMatchesEveryPrimitiveTestedInTurnAlsoAfterReordering
         transmittanceQuery(root, shadow);
     }
     occludeLogGate = 8;
+    // A segment that starts with nothing to carry ends at the first reference
+    // it reaches, even through surfaces that let everything through.
+    shadowFactorHook = [](const RayState&, const ShadowHit&) -> Color { return one; };
+    for (int r = 0; r < 200; ++r) {
+        RayState shadow = rayThrough(10), probe = shadow;
+        if (!intersectClosest(probe)) continue;
+        shadow.kind = 0, shadow.t = kInfinity, shadow.throughput = zero;
+        EXPECT_TRUE(transmittanceQuery(root, shadow)) << "ray " << r;
+    }
     uint64_t logged = 0;
     for (const WideNode& node : root.wideNodes) logged += std::accumulate(node.hits, node.hits + 8, uint64_t(0));
     EXPECT_GT(logged, 1000u);
