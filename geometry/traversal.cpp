@@ -352,12 +352,28 @@ bool walkClosest(const Object& object, RayState& ray) {
                                   : walkClosestOver<Surfaces, false>(object, ray);
 }
 
+// A waiting slot of the transmittance walk. The logging walk also keeps the
+// wide node and slot that led to it; the plain walk moves eight bytes.
+template <bool Log>
 struct ShadowEntry {
     uint32_t node;
     uint32_t count;
-    uint32_t parent;   // the wide node and slot that led here, for the logging walk
+    uint32_t parent;
     uint32_t slot;
 };
+
+template <>
+struct ShadowEntry<false> {
+    uint32_t node;
+    uint32_t count;
+    static constexpr uint32_t parent = 0, slot = 0;
+};
+
+template <bool Log>
+inline ShadowEntry<Log> shadowEntry(uint32_t node, uint32_t count, uint32_t parent, uint32_t slot) {
+    if constexpr (Log) return {node, count, parent, slot};
+    else return {node, count};
+}
 
 inline bool blocked(const Color& c) { return c.x <= kCutoff && c.y <= kCutoff && c.z <= kCutoff; }
 
@@ -474,11 +490,11 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
     const RayLanes lanes = rayLanes(ray);
     ShadowCounters counters;
 
-    ShadowEntry stack[kStackEntries];
+    ShadowEntry<Log> stack[kStackEntries];
     int top = 0;
-    stack[top++] = {0, 0, 0, 0};
+    stack[top++] = shadowEntry<Log>(0, 0, 0, 0);
     while (top > 0) {
-        ShadowEntry e = stack[--top];
+        ShadowEntry<Log> e = stack[--top];
         ++counters.popped;
         while (e.count == 0) {
             const WideNode& wide = nodes[e.node];
@@ -492,9 +508,9 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
             while (mask) {
                 const int s = 31 - __builtin_clz(unsigned(mask));
                 mask &= ~(1 << s);
-                stack[top++] = {wide.child[s], wide.count[s], e.node, uint32_t(s)};
+                stack[top++] = shadowEntry<Log>(wide.child[s], wide.count[s], e.node, uint32_t(s));
             }
-            e = {wide.child[low], wide.count[low], e.node, uint32_t(low)};
+            e = shadowEntry<Log>(wide.child[low], wide.count[low], e.node, uint32_t(low));
             ++counters.popped;
         }
         if (e.count == 0) continue;
