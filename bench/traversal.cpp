@@ -211,7 +211,8 @@ double buildLumivane(const Mesh& mesh, double& bytesPerTriangle) {
     root.buildRefs = {};
     bytesPerTriangle = double(root.wideNodes.size() * sizeof(WideNode) +
                               root.primitiveRefs.size() * sizeof(PrimitiveRef) +
-                              root.leafRecords.size() * sizeof(LeafRecord)) / double(mesh.triangles());
+                              root.leafRecords.size() * sizeof(LeafRecord) + root.leafRuns.size() * sizeof(LeafRun)) /
+                             double(mesh.triangles());
     return seconds;
 }
 

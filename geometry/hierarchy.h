@@ -40,6 +40,14 @@ struct alignas(64) LeafRecord {
 };
 static_assert(sizeof(LeafRecord) == 64);
 
+// The records of a wide node's leaf slots, when they lie close together: the
+// walks start loading them as they reach the node, so that a leaf's record
+// arrives with the node instead of after its test. `lines` 0: no hint.
+struct LeafRun {
+    uint32_t first;
+    uint32_t lines;
+};
+
 // A node of the binary tree. Inner nodes have their two children at `first`
 // and `first` + 1; leaves refer to `count` references from `first`.
 struct BbvhNode {

@@ -123,6 +123,7 @@ struct Object {
     // primitiveRefs with the faces they refer to, for the walks; filled with
     // the wide tree, so vertex data must not change without a new update.
     std::vector<LeafRecord, HugePageAllocator<LeafRecord>> leafRecords;
+    std::vector<LeafRun> leafRuns;   // one per wide node, filled with the records
 };
 
 // Reports mixed primitive families and per-vertex arrays of another length

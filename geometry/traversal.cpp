@@ -125,6 +125,13 @@ inline void prefetchNeighbours(const LeafRecord* records, uint32_t first, uint32
         _mm_prefetch(reinterpret_cast<const char*>(line), _MM_HINT_T0);
 }
 
+// The records of a node's leaf slots start to load with the node.
+inline void prefetchLeafRun(const LeafRun* runs, const LeafRecord* records, uint32_t node) {
+    const LeafRun run = runs[node];
+    for (uint32_t k = 0; k < run.lines; ++k)
+        _mm_prefetch(reinterpret_cast<const char*>(records + run.first + k), _MM_HINT_T0);
+}
+
 // Sixteen bytes, so that an entry moves in one aligned register.
 struct alignas(16) Entry {
     uint32_t node;
@@ -273,6 +280,7 @@ bool walkClosestOver(const Object& object, RayState& ray) {
     const WideNode* nodes = object.wideNodes.data();
     const PrimitiveRef* refs = object.primitiveRefs.data();
     const LeafRecord* records = object.leafRecords.data();
+    const LeafRun* runs = object.leafRuns.data();
     const SlabFrame frame = slabFrame(ray, false);
     const RayLanes lanes = rayLanes(ray);
 
@@ -287,6 +295,7 @@ bool walkClosestOver(const Object& object, RayState& ray) {
         bool leaf = true;
         while (count == 0) {
             const WideNode& wide = nodes[node];
+            if (Records) prefetchLeafRun(runs, records, node);
             __m256 entry;
             int mask = testNode(wide, frame, ray.t, entry);
             if (mask == 0) {
@@ -345,7 +354,8 @@ bool walkClosestOver(const Object& object, RayState& ray) {
 // Objects whose records are missing (a tree made by hand) are walked over
 // their references.
 inline bool hasLeafRecords(const Object& object) {
-    return object.leafRecords.size() == object.primitiveRefs.size();
+    return object.leafRecords.size() == object.primitiveRefs.size() &&
+           object.leafRuns.size() == object.wideNodes.size();
 }
 
 template <bool Surfaces>
@@ -489,6 +499,7 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
     WideNode* nodes = object.wideNodes.data();
     const PrimitiveRef* refs = object.primitiveRefs.data();
     const LeafRecord* records = object.leafRecords.data();
+    const LeafRun* runs = object.leafRuns.data();
     const SlabFrame frame = slabFrame(ray, true);
     const RayLanes lanes = rayLanes(ray);
     ShadowCounters counters;
@@ -501,6 +512,7 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
         ++counters.popped;
         while (e.count == 0) {
             const WideNode& wide = nodes[e.node];
+            if (Records) prefetchLeafRun(runs, records, e.node);
             __m256 entry;
             int mask = testNode(wide, frame, ray.t, entry);
             if (mask == 0) break;

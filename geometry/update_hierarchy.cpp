@@ -402,6 +402,7 @@ Bbox transformedBox(const float m[16], const Bbox& box) {
 void updateHierarchy(Object& object) {
     object.primitiveRefs = {};
     object.leafRecords = {};
+    object.leafRuns = {};
     object.wideNodes = {};
     object.maxWideDepth = 0;
     if (object.bbvhNodes.empty()) {
@@ -458,6 +459,24 @@ void updateHierarchy(Object& object) {
     fillLeafRecords(object);
 }
 
+// A run spans the records of all leaf slots of a node; runs longer than this
+// many records are left without a hint, to spare the memory bus.
+constexpr uint32_t kLongestRun = 8;
+
+void fillLeafRuns(Object& object) {
+    object.leafRuns.assign(object.wideNodes.size(), LeafRun{0, 0});
+    for (size_t w = 0; w < object.wideNodes.size(); ++w) {
+        const WideNode& node = object.wideNodes[w];
+        uint32_t low = 0xFFFFFFFFu, high = 0;
+        for (int s = 0; s < 8; ++s) {
+            if (node.child[s] == kEmptySlot || node.count[s] == 0) continue;
+            low = std::min(low, node.child[s]);
+            high = std::max(high, node.child[s] + node.count[s]);
+        }
+        if (low < high && high - low <= kLongestRun) object.leafRuns[w] = {low, high - low};
+    }
+}
+
 void fillLeafRecords(Object& object) {
     object.leafRecords.resize(object.primitiveRefs.size());
     const long long count = (long long)object.primitiveRefs.size();
@@ -493,6 +512,7 @@ void fillLeafRecords(Object& object) {
             record.shader = face.shader;
         }
     }
+    fillLeafRuns(object);
 }
 
 void satOrder(Object& object) {
