@@ -181,6 +181,11 @@ inline void expectHierarchyInvariants(const Object& object) {
             if (node.child[s] == kEmptySlot) continue;
             EXPECT_TRUE(inside(v.parent, box)) << "slot " << s << " of node " << v.node;
             if (node.count[s] == 0) stack.push_back({node.child[s], v.depth + 1, box});
+            // A node's record run, when it has one, covers every leaf slot.
+            if (node.count[s] > 0 && v.node < object.leafRuns.size() && object.leafRuns[v.node].lines > 0) {
+                const LeafRun run = object.leafRuns[v.node];
+                EXPECT_TRUE(node.child[s] >= run.first && node.child[s] + node.count[s] <= run.first + run.lines);
+            }
             for (uint32_t i = node.child[s]; i < node.child[s] + node.count[s]; ++i) {
                 ASSERT_LT(i, object.primitiveRefs.size());
                 const PrimitiveRef& ref = object.primitiveRefs[i];
