@@ -463,8 +463,14 @@ void updateHierarchy(Object& object) {
 // many records are left without a hint, to spare the memory bus.
 constexpr uint32_t kLongestRun = 8;
 
+// A hierarchy this small stays in a core's second-level cache, where the
+// hints would cost more than they save.
+constexpr size_t kCacheResidentBytes = size_t(1) << 20;
+
 void fillLeafRuns(Object& object) {
     object.leafRuns.assign(object.wideNodes.size(), LeafRun{0, 0});
+    const size_t bytes = object.wideNodes.size() * sizeof(WideNode) + object.leafRecords.size() * sizeof(LeafRecord);
+    if (bytes < kCacheResidentBytes) return;
     for (size_t w = 0; w < object.wideNodes.size(); ++w) {
         const WideNode& node = object.wideNodes[w];
         uint32_t low = 0xFFFFFFFFu, high = 0;

@@ -111,4 +111,17 @@ TEST_F(LeafRecords, WalksOverRecordsAnswerAsWalksOverReferences) {
     }
 }
 
+TEST_F(LeafRecords, LargeHierarchiesGetRecordRunsThatCoverTheirLeaves) {
+    // Too large for a core's cache: nodes with leaf slots get runs, which the
+    // invariants check against every leaf slot.
+    Object object;
+    object.parts.push_back(triangleSoup(30000, 40, 1.0f));
+    prepareHierarchy(object);
+    ASSERT_EQ(object.leafRuns.size(), object.wideNodes.size());
+    const auto withRuns = std::count_if(object.leafRuns.begin(), object.leafRuns.end(),
+                                        [](const LeafRun& run) { return run.lines > 0; });
+    EXPECT_GT(withRuns, std::ptrdiff_t(object.wideNodes.size() / 4));
+    expectHierarchyInvariants(object);
+}
+
 }  // namespace
