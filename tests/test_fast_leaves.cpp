@@ -1,5 +1,6 @@
 // The leaf records that the walks read must give the very bits of the face
 // tests on the parts: same hits, same distances, same hit parameters.
+#include <algorithm>
 #include <bit>
 
 #include "hierarchy_fixtures.h"
