@@ -150,6 +150,7 @@ inline bool intersectTetragon(const Part& part, uint32_t index, const RayState& 
 
 // The face tests on a leaf record (geometry/hierarchy.h), whose ray-free
 // terms were computed once when the hierarchy was finished.
+
 // The ray's origin and direction in lanes 0 to 2 of SSE registers, set once
 // per walk for the triangle test on records.
 struct RayLanes {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <utility>
 
 #include "core/registry.h"
 #include "geometry/intersect_primitives.h"
@@ -315,11 +316,10 @@ bool walkClosestOver(const Object& object, RayState& ray) {
             mask &= ~(1 << high);
             if ((mask & (mask - 1)) == 0) {
                 // Two slots: the far one waits, a tie keeps the lower slot.
-                // The choice is made without a branch: which slot is nearer
-                // cannot be predicted.
-                const int low = __builtin_ctz(unsigned(mask));
-                const bool swapped = distance[low] > distance[high];
-                const int near = swapped ? high : low, far = swapped ? low : high;
+                // A branch serves better here than a select: the walk runs on
+                // while the comparison waits for its distances.
+                int far = high, near = __builtin_ctz(unsigned(mask));
+                if (distance[near] > distance[far]) std::swap(near, far);
                 stack[top++] = {wide.child[far], wide.count[far], distance[far]};
                 node = wide.child[near];
                 count = wide.count[near];
