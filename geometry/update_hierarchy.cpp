@@ -32,15 +32,13 @@ void makeDepthLists(Object& object) {
         reportError("bbvh - depth out of range");
         reportRule();
     };
-    // Each node is visited once, so the visits fit the node count; the stack
-    // holds at most one waiting sibling per level.
-    std::vector<Visit> visits(nodes.size()), stack(1);
-    size_t visited = 0;
-    stack[0] = {0, 0};
+    // Each node is visited once, so the visits fit the node count.
+    std::vector<Visit> visits, stack{Visit{0, 0}};
+    visits.reserve(nodes.size());
     while (!stack.empty()) {
         const Visit v = stack.back();
         stack.pop_back();
-        visits[visited++] = v;
+        visits.push_back(v);
         if (v.depth >= kDepths) outOfRange();
         else ++object.nodesPerDepth[v.depth];
         const BbvhNode& node = nodes[v.node];
@@ -49,7 +47,6 @@ void makeDepthLists(Object& object) {
             stack.push_back({node.first, v.depth + 1});
         }
     }
-    visits.resize(visited);
     for (int d = 0; d < kDepths; ++d) object.nodesAtDepth[d].resize(object.nodesPerDepth[d]);
     for (const Visit& v : visits) {
         if (v.depth >= kDepths) outOfRange();
