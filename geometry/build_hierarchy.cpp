@@ -6,9 +6,6 @@
 #include <omp.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <atomic>
 #include <iomanip>
 #include <iostream>
@@ -354,7 +351,6 @@ void buildHierarchy(Object& object) {
 #pragma omp parallel for schedule(dynamic, chunk) if (tasks > 1 && count >= 4096)
         for (long long i = 0; i < tasks; ++i)
             runTask(builder, current[size_t(i)], wave, perThread[size_t(omp_get_thread_num())]);
-        { static auto last = std::chrono::steady_clock::now(); auto now = std::chrono::steady_clock::now(); if (getenv("WAVES")) fprintf(stderr, "wave %d tasks %lld %.2f ms\n", wave, tasks, std::chrono::duration<double, std::milli>(now - last).count()); last = now; }
         current.clear();
         for (const auto& list : perThread) current.insert(current.end(), list.begin(), list.end());
         ++wave;
