@@ -102,13 +102,15 @@ inline void leaveInstance(const SavedRay& saved, RayState& ray) {
 // Starts the loads of what the slots of `mask` lead to: when a node has
 // several slots hit, the ones that wait on the stack arrive in cache meanwhile.
 template <bool Records>
-inline void prefetchSlots(const WideNode& wide, int mask, const WideNode* nodes, const LeafRecord* records) {
+inline void prefetchSlots(const WideNode& wide, int mask, const WideNode* nodes, const LeafRecord* records,
+                          bool runRequested) {
     for (; mask; mask &= mask - 1) {
         const int s = __builtin_ctz(unsigned(mask));
         if (wide.count[s] == 0) {
             const char* p = reinterpret_cast<const char*>(nodes + wide.child[s]);
             for (int line = 0; line < int(offsetof(WideNode, hits)); line += 64) _mm_prefetch(p + line, _MM_HINT_T0);
-        } else if (Records) {
+        } else if (Records && !runRequested) {
+            // A node with a record run asked for its leaves' records already.
             const LeafRecord* r = records + wide.child[s];
             const int lines = wide.count[s] < 4 ? wide.count[s] : 4;
             for (int k = 0; k < lines; ++k) _mm_prefetch(reinterpret_cast<const char*>(r + k), _MM_HINT_T0);
@@ -309,7 +311,7 @@ bool walkClosestOver(const Object& object, RayState& ray) {
                 count = wide.count[s];
                 continue;
             }
-            prefetchSlots<Records>(wide, mask, nodes, records);
+            prefetchSlots<Records>(wide, mask, nodes, records, Records && runs[node].lines > 0);
             alignas(32) float distance[8];
             _mm256_store_ps(distance, entry);
             const int high = 31 - __builtin_clz(unsigned(mask));
@@ -516,7 +518,8 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
             __m256 entry;
             int mask = testNode(wide, frame, ray.t, entry);
             if (mask == 0) break;
-            if (mask & (mask - 1)) prefetchSlots<Records>(wide, mask, nodes, records);
+            if (mask & (mask - 1))
+                prefetchSlots<Records>(wide, mask, nodes, records, Records && runs[e.node].lines > 0);
             // Slots 7 down to 1 wait on the stack; the lowest is taken now.
             const int low = __builtin_ctz(unsigned(mask));
             mask &= mask - 1;
