@@ -64,9 +64,18 @@ struct Bin {
     uint32_t count = 0;
 };
 
+// A node as the builder leaves it: an inner node has its children at `first`
+// and `first` + 1 and a `count` of 0; a leaf holds `count` references from
+// `first`. The bounds and costs of `BbvhNode` come later, from the update.
+struct BuildNode {
+    uint32_t first = 0;
+    uint16_t count = 0;
+};
+
 struct Builder {
     Object& object;
     std::vector<LaneBox, HugePageAllocator<LaneBox>> boxes;
+    std::vector<BuildNode> nodes;
     std::atomic<uint32_t> nodeCount = 1;
 };
 
@@ -80,7 +89,7 @@ uint32_t allocatePair(Builder& builder) { return builder.nodeCount.fetch_add(2, 
 
 void makeInner(Builder& builder, const BuildTask& task, uint32_t left, std::vector<BuildTask>& out) {
     const uint32_t a = allocatePair(builder);
-    BbvhNode& node = builder.object.bbvhNodes[task.node];
+    BuildNode& node = builder.nodes[task.node];
     node.first = a;
     node.count = 0;
     out.push_back({a, task.first, left});
@@ -94,7 +103,7 @@ void makeLeaf(Builder& builder, const BuildTask& task, std::vector<BuildTask>& o
         makeInner(builder, task, task.count / 2, out);
         return;
     }
-    BbvhNode& node = builder.object.bbvhNodes[task.node];
+    BuildNode& node = builder.nodes[task.node];
     node.first = task.first;
     node.count = uint16_t(task.count);
 }
@@ -105,7 +114,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     const uint32_t first = task.first, count = task.count, end = first + count;
 
     if (count == 0) {
-        BbvhNode& node = builder.object.bbvhNodes[task.node];
+        BuildNode& node = builder.nodes[task.node];
         node.first = first;
         node.count = 0;
         return;
@@ -122,7 +131,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
 
     if (wave >= kWaveLimit - 1 || count < 2) {
         // The last wave takes whatever is left, however long.
-        BbvhNode& node = builder.object.bbvhNodes[task.node];
+        BuildNode& node = builder.nodes[task.node];
         node.first = first;
         node.count = uint16_t(count);
         return;
@@ -222,9 +231,10 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
 // Node numbers come from the order in which threads took pairs; renumbering
 // depth first puts every subtree in one run of the array, so that later
 // passes over subtrees share no cache lines and walk memory in order.
-void renumberDepthFirst(BbvhNodes& nodes, uint32_t nodeCount) {
+BbvhNodes renumberDepthFirst(const std::vector<BuildNode>& nodes, uint32_t nodeCount) {
     BbvhNodes ordered(nodeCount);
-    ordered[0] = nodes[0];
+    ordered[0].first = nodes[0].first;
+    ordered[0].count = nodes[0].count;
     uint32_t next = 1;
     struct Move {
         uint32_t from, to;
@@ -235,15 +245,17 @@ void renumberDepthFirst(BbvhNodes& nodes, uint32_t nodeCount) {
         stack.pop_back();
         BbvhNode& node = ordered[m.to];
         if (node.count > 0) continue;
-        const uint32_t from = node.first, to = next;
+        const uint32_t from = nodes[m.from].first, to = next;
         next += 2;
-        ordered[to] = nodes[from];
-        ordered[to + 1] = nodes[from + 1];
+        for (uint32_t k = 0; k < 2; ++k) {
+            ordered[to + k].first = nodes[from + k].first;
+            ordered[to + k].count = nodes[from + k].count;
+        }
         node.first = to;
         stack.push_back({from + 1, to + 1});
         stack.push_back({from, to});
     }
-    nodes.swap(ordered);
+    return ordered;
 }
 
 }  // namespace
@@ -330,14 +342,12 @@ void buildHierarchy(Object& object) {
     }
     for (uint32_t i = 0; i < object.instances.size(); ++i) refs.emplace_back(0u, kInstance, i);
 
-    Builder builder{object, std::vector<LaneBox, HugePageAllocator<LaneBox>>(total), 1};
+    Builder builder{object, std::vector<LaneBox, HugePageAllocator<LaneBox>>(total), std::vector<BuildNode>(2 * total), 1};
     const long long count = (long long)total;
 #pragma omp parallel for schedule(static) if (count >= 4096)
     for (long long i = 0; i < count; ++i) builder.boxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]));
 
-    object.bbvhNodes.assign(2 * total, BbvhNode{});
-    object.bbvhNodes[0].first = 1;
-    object.bbvhNodes[0].count = 0;
+    builder.nodes[0].first = 1;
 
     std::vector<BuildTask> current{{0, 0, uint32_t(total)}};
     int wave = 0;
@@ -358,7 +368,7 @@ void buildHierarchy(Object& object) {
     }
     progressLine(wave, '\n');
 
-    renumberDepthFirst(object.bbvhNodes, builder.nodeCount);
+    object.bbvhNodes = renumberDepthFirst(builder.nodes, builder.nodeCount);
     const double seconds = double(systemTime100ns() - start) * 1e-7;
     reportReal("bbvh construction for " + object.name, seconds, "seconds");
     reportRule();
