@@ -443,16 +443,17 @@ void updateHierarchy(Object& object) {
         node.subtree = isLeaf(node) ? node.count : nodes[node.first].subtree + nodes[node.first + 1].subtree;
     });
 
-    // Room for the usual sizes, to spare the copies of growth; both arrays
-    // are trimmed afterwards.
+    // Room for the usual sizes, to spare the copies of growth. Every
+    // reference lands in exactly one leaf, so `primitiveRefs` ends full. The
+    // wide nodes keep their spare room: pages past the end are never
+    // touched and cost address space only, where trimming would copy the
+    // array and fault all of it in a second time.
     object.wideNodes.reserve(nodes.size() / 3 + 1);
     object.primitiveRefs.reserve(object.buildRefs.size());
     object.wideNodes.push_back(emptyWideNode());
     collapseNode(object, 0, 0, 0);
 
     for (auto& list : object.nodesAtDepth) list = {};
-    object.wideNodes.shrink_to_fit();
-    object.primitiveRefs.shrink_to_fit();
     fillLeafRecords(object);
 }
 
