@@ -17,10 +17,13 @@
 
 namespace {
 
+// A run of references to split, with the bounds of their centroids, which
+// the partition of the parent task gathered on its way.
 struct BuildTask {
     uint32_t node;
     uint32_t first;
     uint32_t count;
+    __m128 low, high;
 };
 
 constexpr int kBins = 8;
@@ -59,6 +62,26 @@ inline bool contains(const LaneBox& outer, const LaneBox& inner) {
     return (_mm_movemask_ps(ok) & 7) == 7;
 }
 
+// Centroids are half the sum of min and max, per axis. A NaN centroid is
+// passed over, as min and max keep their second operand.
+inline __m128 centroid(const LaneBox& b) { return _mm_mul_ps(_mm_add_ps(b.min, b.max), _mm_set1_ps(0.5f)); }
+
+struct CentroidBounds {
+    __m128 low = _mm_set1_ps(kInfinity), high = _mm_set1_ps(-kInfinity);
+
+    void add(const LaneBox& b) {
+        const __m128 c = centroid(b);
+        low = _mm_min_ps(c, low);
+        high = _mm_max_ps(c, high);
+    }
+};
+
+CentroidBounds centroidBounds(const LaneBox* boxes, uint32_t first, uint32_t end) {
+    CentroidBounds bounds;
+    for (uint32_t i = first; i < end; ++i) bounds.add(boxes[i]);
+    return bounds;
+}
+
 struct Bin {
     LaneBox box = emptyLaneBox();
     uint32_t count = 0;
@@ -87,20 +110,24 @@ void progressLine(int wave, char end) {
 // The builder's own lock on the node counter: an atomic addition.
 uint32_t allocatePair(Builder& builder) { return builder.nodeCount.fetch_add(2, std::memory_order_relaxed); }
 
-void makeInner(Builder& builder, const BuildTask& task, uint32_t left, std::vector<BuildTask>& out) {
+void makeInner(Builder& builder, const BuildTask& task, uint32_t left, const CentroidBounds& leftBounds,
+               const CentroidBounds& rightBounds, std::vector<BuildTask>& out) {
     const uint32_t a = allocatePair(builder);
     BuildNode& node = builder.nodes[task.node];
     node.first = a;
     node.count = 0;
-    out.push_back({a, task.first, left});
-    out.push_back({a + 1, task.first + left, task.count - left});
+    out.push_back({a, task.first, left, leftBounds.low, leftBounds.high});
+    out.push_back({a + 1, task.first + left, task.count - left, rightBounds.low, rightBounds.high});
 }
 
 // A run too long for one leaf is halved instead, so that no reference is lost
 // to the 16-bit count.
 void makeLeaf(Builder& builder, const BuildTask& task, std::vector<BuildTask>& out) {
     if (task.count > kLeafLimit) {
-        makeInner(builder, task, task.count / 2, out);
+        const uint32_t half = task.count / 2, end = task.first + task.count;
+        const LaneBox* boxes = builder.boxes.data();
+        makeInner(builder, task, half, centroidBounds(boxes, task.first, task.first + half),
+                  centroidBounds(boxes, task.first + half, end), out);
         return;
     }
     BuildNode& node = builder.nodes[task.node];
@@ -120,15 +147,6 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         return;
     }
 
-    // Centroids are half the sum of min and max, per axis.
-    const __m128 half = _mm_set1_ps(0.5f);
-    __m128 low = _mm_set1_ps(kInfinity), high = _mm_set1_ps(-kInfinity);
-    for (uint32_t i = first; i < end; ++i) {
-        const __m128 c = _mm_mul_ps(_mm_add_ps(boxes[i].min, boxes[i].max), half);
-        low = _mm_min_ps(c, low);
-        high = _mm_max_ps(c, high);
-    }
-
     if (wave >= kWaveLimit - 1 || count < 2) {
         // The last wave takes whatever is left, however long.
         BuildNode& node = builder.nodes[task.node];
@@ -136,6 +154,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         node.count = uint16_t(count);
         return;
     }
+    const __m128 low = task.low, high = task.high;
     if ((_mm_movemask_ps(_mm_cmpeq_ps(low, high)) & 7) == 7) {
         makeLeaf(builder, task, out);
         return;
@@ -150,7 +169,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     Bin bins[3][kBins];
     for (uint32_t i = first; i < end; ++i) {
         const LaneBox& box = boxes[i];
-        const __m128 c = _mm_mul_ps(_mm_add_ps(box.min, box.max), half);
+        const __m128 c = centroid(box);
         const __m128 f = _mm_div_ps(_mm_mul_ps(eight, _mm_sub_ps(c, low)), extentLanes);
         const __m128i b = _mm_min_epi32(_mm_max_epi32(_mm_cvttps_epi32(f), zeroBin), lastBin);
         alignas(16) int32_t index[4];
@@ -207,14 +226,18 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     // Membership by box: a reference that both sides hold goes to the side
     // with the smaller half area.
     const bool sharedGoLeft = laneHalfArea(bestRight) > laneHalfArea(bestLeft);
+    // Each side's centroid bounds are gathered here for its own task.
+    CentroidBounds leftBounds, rightBounds;
     uint32_t left = 0, right = 0;
     while (left + right < count) {
         const uint32_t i = first + left;
         const bool inLeft = contains(bestLeft, boxes[i]);
         const bool inRight = contains(bestRight, boxes[i]);
         if (inLeft && (!inRight || sharedGoLeft)) {
+            leftBounds.add(boxes[i]);
             ++left;
         } else {
+            rightBounds.add(boxes[i]);
             ++right;
             const uint32_t j = end - right;
             std::swap(refs[i], refs[j]);
@@ -225,7 +248,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         makeLeaf(builder, task, out);
         return;
     }
-    makeInner(builder, task, left, out);
+    makeInner(builder, task, left, leftBounds, rightBounds, out);
 }
 
 // Node numbers come from the order in which threads took pairs; renumbering
@@ -349,7 +372,8 @@ void buildHierarchy(Object& object) {
 
     builder.nodes[0].first = 1;
 
-    std::vector<BuildTask> current{{0, 0, uint32_t(total)}};
+    const CentroidBounds all = centroidBounds(builder.boxes.data(), 0, uint32_t(total));
+    std::vector<BuildTask> current{{0, 0, uint32_t(total), all.low, all.high}};
     int wave = 0;
     while (!current.empty()) {
         progressLine(wave, '\r');
