@@ -2,6 +2,7 @@
 // bottom up, local rotations that lower the surface area cost, subtree sizes,
 // and the collapse into eight-wide nodes.
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include <omp.h>
@@ -17,48 +18,86 @@ constexpr uint32_t kLeafLimit = 0xFFFFu;
 
 bool isLeaf(const BbvhNode& node) { return node.count > 0; }
 
-// nodesPerDepth, nodesFilled and nodesAtDepth, from a walk of the tree. Nodes
-// below depth 255 have no place in the lists. The tree is walked once; the
-// second pass, which fills the lists, replays the visits in their order, and
-// repeats the message for each node out of range as a second walk would.
+// A level of the tree with this many nodes is where the passes hand whole
+// subtrees to threads.
+uint32_t parallelLevelSize() { return uint32_t(16 * std::max(1, omp_get_max_threads())); }
+
+void reportDepthOutOfRange(uint64_t nodes) {
+    for (uint64_t i = 0; i < nodes; ++i) {
+        reportError("bbvh - depth out of range");
+        reportRule();
+    }
+}
+
+// nodesPerDepth for every depth, and nodesFilled and nodesAtDepth for the
+// levels that the passes walk one by one: from the root down to the first
+// level of parallelLevelSize() nodes, the cut. Below the cut the passes walk
+// whole subtrees and need only the counts, which threads gather subtree by
+// subtree. Nodes below depth 255 have no place in the lists; each prints the
+// error once for counting and once for filling, as two walks would.
 void makeDepthLists(Object& object) {
     std::fill(std::begin(object.nodesPerDepth), std::end(object.nodesPerDepth), 0u);
     std::fill(std::begin(object.nodesFilled), std::end(object.nodesFilled), 0u);
+    for (auto& list : object.nodesAtDepth) list.clear();
     const BbvhNodes& nodes = object.bbvhNodes;
-    struct Visit {
-        uint32_t node, depth;
-    };
-    auto outOfRange = [] {
-        reportError("bbvh - depth out of range");
-        reportRule();
-    };
-    // Each node is visited once, so the visits fit the node count.
-    std::vector<Visit> visits, stack{Visit{0, 0}};
-    visits.reserve(nodes.size());
-    while (!stack.empty()) {
-        const Visit v = stack.back();
-        stack.pop_back();
-        visits.push_back(v);
-        if (v.depth >= kDepths) outOfRange();
-        else ++object.nodesPerDepth[v.depth];
-        const BbvhNode& node = nodes[v.node];
-        if (!isLeaf(node)) {
-            stack.push_back({node.first + 1, v.depth + 1});
-            stack.push_back({node.first, v.depth + 1});
+    uint64_t outOfRange = 0;
+
+    std::vector<uint32_t> level{0}, next;
+    uint32_t depth = 0;
+    for (; !level.empty(); ++depth) {
+        if (depth < uint32_t(kDepths)) {
+            object.nodesPerDepth[depth] = object.nodesFilled[depth] = uint32_t(level.size());
+            object.nodesAtDepth[depth] = level;
+        } else {
+            outOfRange += level.size();
+        }
+        if (level.size() >= parallelLevelSize()) break;
+        next.clear();
+        for (uint32_t n : level)
+            if (!isLeaf(nodes[n])) next.insert(next.end(), {nodes[n].first, nodes[n].first + 1});
+        level.swap(next);
+    }
+
+    if (!level.empty()) {
+        // Below the cut: depth counts per thread, summed.
+        struct Visit {
+            uint32_t node, depth;
+        };
+        const int threads = omp_get_max_threads();
+        std::vector<std::array<uint32_t, kDepths>> counts(size_t(threads), std::array<uint32_t, kDepths>{});
+        std::vector<uint64_t> deep(size_t(threads), 0);
+        const long long roots = (long long)level.size();
+#pragma omp parallel
+        {
+            const size_t t = size_t(omp_get_thread_num());
+            std::vector<Visit> stack;
+#pragma omp for schedule(dynamic, 1)
+            for (long long i = 0; i < roots; ++i) {
+                const BbvhNode& root = nodes[level[size_t(i)]];
+                if (!isLeaf(root)) stack.insert(stack.end(), {{root.first + 1, depth + 1}, {root.first, depth + 1}});
+                while (!stack.empty()) {
+                    const Visit v = stack.back();
+                    stack.pop_back();
+                    if (v.depth < uint32_t(kDepths)) ++counts[t][v.depth];
+                    else ++deep[t];
+                    const BbvhNode& node = nodes[v.node];
+                    if (!isLeaf(node)) stack.insert(stack.end(), {{node.first + 1, v.depth + 1}, {node.first, v.depth + 1}});
+                }
+            }
+        }
+        for (int t = 0; t < threads; ++t) {
+            for (int d = 0; d < kDepths; ++d) object.nodesPerDepth[d] += counts[size_t(t)][size_t(d)];
+            outOfRange += deep[size_t(t)];
         }
     }
-    for (int d = 0; d < kDepths; ++d) object.nodesAtDepth[d].resize(object.nodesPerDepth[d]);
-    for (const Visit& v : visits) {
-        if (v.depth >= kDepths) outOfRange();
-        else object.nodesAtDepth[v.depth][object.nodesFilled[v.depth]++] = v.node;
-    }
+    reportDepthOutOfRange(2 * outOfRange);
 }
 
 // Children before parents. A pass works on the tree as the depth lists saw
 // it, deepest level first; since the work on a node touches only its own
-// subtree, whole subtrees below a cut level can go to threads of their own,
-// each in post order, and the levels above the cut follow one by one. This
-// keeps the order of the level loop with one team instead of one per level.
+// subtree, whole subtrees below the cut can go to threads of their own, each
+// in post order, and the levels above the cut follow one by one. This keeps
+// the order of the level loop with one team instead of one per level.
 template <typename Work>
 void postOrder(const BbvhNodes& nodes, uint32_t n, uint32_t depth, Work& work) {
     if (depth >= kDepths) return;
@@ -72,10 +111,9 @@ void postOrder(const BbvhNodes& nodes, uint32_t n, uint32_t depth, Work& work) {
 
 template <typename Work>
 void bottomUp(Object& object, Work work) {
-    const int threads = omp_get_max_threads();
     int cut = kDepths;
-    for (int d = 0; d < kDepths && threads > 1; ++d)
-        if (object.nodesPerDepth[d] >= uint32_t(16 * threads)) {
+    for (int d = 0; d < kDepths; ++d)
+        if (object.nodesPerDepth[d] >= parallelLevelSize()) {
             cut = d;
             break;
         }

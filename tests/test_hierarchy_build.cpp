@@ -178,4 +178,30 @@ TEST_F(HierarchyBuild, RandomTreesSurviveRotationsWithEveryPrimitiveInPlace) {
     }
 }
 
+TEST_F(HierarchyBuild, NodesBelowDepth255AreReportedTwicePerDepthWalk) {
+    // Equal triangles leave the update no cheaper shape, so the tree keeps
+    // the shape given: a full tree of 64 leaves, and below its last leaf a
+    // chain of 300 more. The chain runs under the level where the passes
+    // split the tree among threads, and 50 of its levels, two nodes each, lie
+    // past depth 255. Each of the three depth walks reports them twice.
+    std::vector<std::pair<uint32_t, uint16_t>> nodes{{1, 0}};
+    for (uint32_t n = 0; nodes.size() < 127; ++n) {
+        nodes[n] = {uint32_t(nodes.size()), 0};
+        nodes.resize(nodes.size() + 2);
+    }
+    uint32_t leaf = 0;
+    for (uint32_t n = 63; n < 126; ++n) nodes[n] = {leaf++, 1};
+    for (uint32_t link = 126; leaf < 362; link = uint32_t(nodes.size()) - 1) {
+        nodes[link] = {uint32_t(nodes.size()), 0};
+        nodes.insert(nodes.end(), {{leaf++, 1}, {0, 0}});
+    }
+    nodes.back() = {leaf++, 1};
+    Object object = handTree(trianglesAt(std::vector<std::pair<float, float>>(leaf, {0.0f, 1.0f})), nodes);
+    ReportCapture capture;
+    updateHierarchy(object);
+    const auto lines = capture.lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "error :( \tbbvh - depth out of range"), 3 * 2 * 100);
+    expectHierarchyInvariants(object);
+}
+
 }  // namespace
