@@ -99,22 +99,19 @@ inline void leaveInstance(const SavedRay& saved, RayState& ray) {
     ray.inverse_direction = saved.inverse_direction;
 }
 
-// Starts the loads of what the slots of `mask` lead to: when a node has
-// several slots hit, the ones that wait on the stack arrive in cache meanwhile.
+// Starts the loads of what slot `s` leads to: when a node has several slots
+// hit, the ones that wait on the stack arrive in cache meanwhile. A node
+// with a record run asked for its leaves' records already.
 template <bool Records>
-inline void prefetchSlots(const WideNode& wide, int mask, const WideNode* nodes, const LeafRecord* records,
-                          bool runRequested) {
-    for (; mask; mask &= mask - 1) {
-        const int s = __builtin_ctz(unsigned(mask));
-        if (wide.count[s] == 0) {
-            const char* p = reinterpret_cast<const char*>(nodes + wide.child[s]);
-            for (int line = 0; line < int(offsetof(WideNode, hits)); line += 64) _mm_prefetch(p + line, _MM_HINT_T0);
-        } else if (Records && !runRequested) {
-            // A node with a record run asked for its leaves' records already.
-            const LeafRecord* r = records + wide.child[s];
-            const int lines = wide.count[s] < 4 ? wide.count[s] : 4;
-            for (int k = 0; k < lines; ++k) _mm_prefetch(reinterpret_cast<const char*>(r + k), _MM_HINT_T0);
-        }
+inline void prefetchSlot(const WideNode& wide, int s, const WideNode* nodes, const LeafRecord* records,
+                         bool runRequested) {
+    if (wide.count[s] == 0) {
+        const char* p = reinterpret_cast<const char*>(nodes + wide.child[s]);
+        for (int line = 0; line < int(offsetof(WideNode, hits)); line += 64) _mm_prefetch(p + line, _MM_HINT_T0);
+    } else if (Records && !runRequested) {
+        const LeafRecord* r = records + wide.child[s];
+        const int lines = wide.count[s] < 4 ? wide.count[s] : 4;
+        for (int k = 0; k < lines; ++k) _mm_prefetch(reinterpret_cast<const char*>(r + k), _MM_HINT_T0);
     }
 }
 
@@ -311,7 +308,12 @@ bool walkClosestOver(const Object& object, RayState& ray) {
                 count = wide.count[s];
                 continue;
             }
-            prefetchSlots<Records>(wide, mask, nodes, records, Records && runs[node].lines > 0);
+            // Every slot hit starts to load now: the nearest too, since in
+            // the two-slot case the choice is a branch that often goes wrong,
+            // and both loads are then under way before it is settled.
+            for (int rest = mask; rest; rest &= rest - 1)
+                prefetchSlot<Records>(wide, __builtin_ctz(unsigned(rest)), nodes, records,
+                                      Records && runs[node].lines > 0);
             alignas(32) float distance[8];
             _mm256_store_ps(distance, entry);
             const int high = 31 - __builtin_clz(unsigned(mask));
@@ -518,15 +520,21 @@ bool walkTransmittanceOver(Object& object, RayState& ray) {
             __m256 entry;
             int mask = testNode(wide, frame, ray.t, entry);
             if (mask == 0) break;
-            if (mask & (mask - 1))
-                prefetchSlots<Records>(wide, mask, nodes, records, Records && runs[e.node].lines > 0);
-            // Slots 7 down to 1 wait on the stack; the lowest is taken now.
+            // The lowest slot is taken now; the others wait on the stack,
+            // the highest deepest, and start to load meanwhile, the next
+            // one needed first.
             const int low = __builtin_ctz(unsigned(mask));
             mask &= mask - 1;
-            while (mask) {
-                const int s = 31 - __builtin_clz(unsigned(mask));
-                mask &= ~(1 << s);
-                stack[top++] = shadowEntry<Log>(wide.child[s], wide.count[s], e.node, uint32_t(s));
+            if (mask) {
+                const bool runRequested = Records && runs[e.node].lines > 0;
+                int at = top + __builtin_popcount(unsigned(mask));
+                top = at;
+                while (mask) {
+                    const int s = __builtin_ctz(unsigned(mask));
+                    mask &= mask - 1;
+                    prefetchSlot<Records>(wide, s, nodes, records, runRequested);
+                    stack[--at] = shadowEntry<Log>(wide.child[s], wide.count[s], e.node, uint32_t(s));
+                }
             }
             e = shadowEntry<Log>(wide.child[low], wide.count[low], e.node, uint32_t(low));
             ++counters.popped;
