@@ -255,28 +255,32 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
 // depth first puts every subtree in one run of the array, so that later
 // passes over subtrees share no cache lines and walk memory in order.
 BbvhNodes renumberDepthFirst(const std::vector<BuildNode>& nodes, uint32_t nodeCount) {
-    BbvhNodes ordered(nodeCount);
-    ordered[0].first = nodes[0].first;
-    ordered[0].count = nodes[0].count;
-    uint32_t next = 1;
-    struct Move {
-        uint32_t from, to;
+    // The new numbers are handed out in order, so the tree's nodes are
+    // written front to back; each keeps the builder's `first` until its own
+    // children are placed. A pair waiting on the stack has the pair of its
+    // children asked for as it is pushed.
+    BbvhNodes ordered;
+    ordered.reserve(nodeCount);
+    auto copy = [&ordered](const BuildNode& from) {
+        BbvhNode node;
+        node.first = from.first;
+        node.count = from.count;
+        ordered.push_back(node);
     };
-    std::vector<Move> stack{{0, 0}};
+    copy(nodes[0]);
+    std::vector<uint32_t> stack{0};
     while (!stack.empty()) {
-        const Move m = stack.back();
+        BbvhNode& node = ordered[stack.back()];
         stack.pop_back();
-        BbvhNode& node = ordered[m.to];
         if (node.count > 0) continue;
-        const uint32_t from = nodes[m.from].first, to = next;
-        next += 2;
-        for (uint32_t k = 0; k < 2; ++k) {
-            ordered[to + k].first = nodes[from + k].first;
-            ordered[to + k].count = nodes[from + k].count;
-        }
+        const uint32_t from = node.first, to = uint32_t(ordered.size());
         node.first = to;
-        stack.push_back({from + 1, to + 1});
-        stack.push_back({from, to});
+        copy(nodes[from]);
+        copy(nodes[from + 1]);
+        _mm_prefetch(reinterpret_cast<const char*>(&nodes[nodes[from + 1].first]), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(&nodes[nodes[from].first]), _MM_HINT_T0);
+        stack.push_back(to + 1);
+        stack.push_back(to);
     }
     return ordered;
 }
