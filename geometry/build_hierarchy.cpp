@@ -166,7 +166,11 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     const __m128 extentLanes = _mm_sub_ps(high, low);
     const __m128 eight = _mm_set1_ps(8.0f);
     const __m128i zeroBin = _mm_setzero_si128(), lastBin = _mm_set1_epi32(kBins - 1);
+    // Counts stay in registers, a lane per bin: a run of references in one
+    // bin would otherwise wait on each other's stores.
     Bin bins[3][kBins];
+    const __m256i binLanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    __m256i counts[3] = {_mm256_setzero_si256(), _mm256_setzero_si256(), _mm256_setzero_si256()};
     for (uint32_t i = first; i < end; ++i) {
         const LaneBox& box = boxes[i];
         const __m128 c = centroid(box);
@@ -175,10 +179,14 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         alignas(16) int32_t index[4];
         _mm_store_si128(reinterpret_cast<__m128i*>(index), b);
         for (int k = 0; k < 3; ++k) {
-            Bin& bin = bins[k][index[k]];
-            grow(bin.box, box);
-            ++bin.count;
+            grow(bins[k][index[k]].box, box);
+            counts[k] = _mm256_sub_epi32(counts[k], _mm256_cmpeq_epi32(_mm256_set1_epi32(index[k]), binLanes));
         }
+    }
+    for (int k = 0; k < 3; ++k) {
+        alignas(32) uint32_t lanes[kBins];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), counts[k]);
+        for (int i = 0; i < kBins; ++i) bins[k][i].count = lanes[i];
     }
 
     alignas(16) float extent[4];
