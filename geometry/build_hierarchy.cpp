@@ -66,6 +66,13 @@ inline bool contains(const LaneBox& outer, const LaneBox& inner) {
 // passed over, as min and max keep their second operand.
 inline __m128 centroid(const LaneBox& b) { return _mm_mul_ps(_mm_add_ps(b.min, b.max), _mm_set1_ps(0.5f)); }
 
+// bin = truncation of 8 (centroid - min) / extent, clamped to 0..7. An axis of
+// zero extent gives NaN, which lands in bin 0; it is never evaluated.
+inline __m128i binOf(const LaneBox& box, __m128 low, __m128 extent) {
+    const __m128 f = _mm_div_ps(_mm_mul_ps(_mm_set1_ps(8.0f), _mm_sub_ps(centroid(box), low)), extent);
+    return _mm_min_epi32(_mm_max_epi32(_mm_cvttps_epi32(f), _mm_setzero_si128()), _mm_set1_epi32(7));
+}
+
 struct CentroidBounds {
     __m128 low = _mm_set1_ps(kInfinity), high = _mm_set1_ps(-kInfinity);
 
@@ -135,8 +142,67 @@ void makeLeaf(Builder& builder, const BuildTask& task, std::vector<BuildTask>& o
     node.count = uint16_t(task.count);
 }
 
-void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<BuildTask>& out) {
+// Membership by box: a reference that both sides hold goes to the side with
+// the smaller half area. Each side's centroid bounds are gathered here for its
+// own task.
+void partitionTask(Builder& builder, const BuildTask& task, const LaneBox& bestLeft, const LaneBox& bestRight,
+                   std::vector<BuildTask>& out) {
     std::vector<PrimitiveRef>& refs = builder.object.buildRefs;
+    LaneBox* boxes = builder.boxes.data();
+    const uint32_t first = task.first, count = task.count, end = first + count;
+    const bool sharedGoLeft = laneHalfArea(bestRight) > laneHalfArea(bestLeft);
+    CentroidBounds leftBounds, rightBounds;
+    uint32_t left = 0, right = 0;
+    while (left + right < count) {
+        const uint32_t i = first + left;
+        const bool inLeft = contains(bestLeft, boxes[i]);
+        const bool inRight = contains(bestRight, boxes[i]);
+        if (inLeft && (!inRight || sharedGoLeft)) {
+            leftBounds.add(boxes[i]);
+            ++left;
+        } else {
+            rightBounds.add(boxes[i]);
+            ++right;
+            const uint32_t j = end - right;
+            std::swap(refs[i], refs[j]);
+            std::swap(boxes[i], boxes[j]);
+        }
+    }
+    if (left < 1 || right < 1) {
+        makeLeaf(builder, task, out);
+        return;
+    }
+    makeInner(builder, task, left, leftBounds, rightBounds, out);
+}
+
+// Two references whose centroids differ: on an axis where they differ, one
+// lies in bin 0 and the other in bin 7, save near the limits of floats. Such
+// an axis has one plane to try, and every such axis prices it the same, so the
+// first one decides, as in the general loop, with no bins to fill. False when
+// some axis to evaluate has another pattern; the general path takes those.
+bool splitPair(Builder& builder, const BuildTask& task, __m128 extentLanes, const float extent[4],
+               std::vector<BuildTask>& out) {
+    const LaneBox* boxes = builder.boxes.data();
+    alignas(16) int32_t a[4], b[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(a), binOf(boxes[task.first], task.low, extentLanes));
+    _mm_store_si128(reinterpret_cast<__m128i*>(b), binOf(boxes[task.first + 1], task.low, extentLanes));
+    int axis = -1;
+    for (int k = 0; k < 3; ++k) {
+        if (extent[k] == 0.0f) continue;
+        if (a[k] + b[k] != kBins - 1 || (a[k] != 0 && b[k] != 0)) return false;
+        if (axis < 0) axis = k;
+    }
+    if (axis < 0) return false;
+    LaneBox left = emptyLaneBox(), right = emptyLaneBox();
+    grow(left, boxes[task.first + (a[axis] == 0 ? 0 : 1)]);
+    grow(right, boxes[task.first + (a[axis] == 0 ? 1 : 0)]);
+    const float cost = laneHalfArea(left) + laneHalfArea(right);
+    if (kInfinity > cost) partitionTask(builder, task, left, right, out);
+    else makeLeaf(builder, task, out);
+    return true;
+}
+
+void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<BuildTask>& out) {
     LaneBox* boxes = builder.boxes.data();
     const uint32_t first = task.first, count = task.count, end = first + count;
 
@@ -160,12 +226,11 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         return;
     }
 
-    // bin = truncation of 8 (centroid - min) / extent, clamped to 0..7. An
-    // axis of zero extent gives NaN, which lands in bin 0; it is never
-    // evaluated.
     const __m128 extentLanes = _mm_sub_ps(high, low);
-    const __m128 eight = _mm_set1_ps(8.0f);
-    const __m128i zeroBin = _mm_setzero_si128(), lastBin = _mm_set1_epi32(kBins - 1);
+    alignas(16) float extent[4];
+    _mm_store_ps(extent, extentLanes);
+    if (count == 2 && splitPair(builder, task, extentLanes, extent, out)) return;
+
     // Counts stay in registers, a lane per bin: a run of references in one
     // bin would otherwise wait on each other's stores.
     Bin bins[3][kBins];
@@ -173,11 +238,8 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     __m256i counts[3] = {_mm256_setzero_si256(), _mm256_setzero_si256(), _mm256_setzero_si256()};
     for (uint32_t i = first; i < end; ++i) {
         const LaneBox& box = boxes[i];
-        const __m128 c = centroid(box);
-        const __m128 f = _mm_div_ps(_mm_mul_ps(eight, _mm_sub_ps(c, low)), extentLanes);
-        const __m128i b = _mm_min_epi32(_mm_max_epi32(_mm_cvttps_epi32(f), zeroBin), lastBin);
         alignas(16) int32_t index[4];
-        _mm_store_si128(reinterpret_cast<__m128i*>(index), b);
+        _mm_store_si128(reinterpret_cast<__m128i*>(index), binOf(box, low, extentLanes));
         for (int k = 0; k < 3; ++k) {
             grow(bins[k][index[k]].box, box);
             counts[k] = _mm256_sub_epi32(counts[k], _mm256_cmpeq_epi32(_mm256_set1_epi32(index[k]), binLanes));
@@ -189,8 +251,6 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         for (int i = 0; i < kBins; ++i) bins[k][i].count = lanes[i];
     }
 
-    alignas(16) float extent[4];
-    _mm_store_ps(extent, extentLanes);
     float best = kInfinity;
     LaneBox bestLeft = emptyLaneBox(), bestRight = emptyLaneBox();
     for (int k = 0; k < 3; ++k) {
@@ -231,32 +291,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         return;
     }
 
-    // Membership by box: a reference that both sides hold goes to the side
-    // with the smaller half area.
-    const bool sharedGoLeft = laneHalfArea(bestRight) > laneHalfArea(bestLeft);
-    // Each side's centroid bounds are gathered here for its own task.
-    CentroidBounds leftBounds, rightBounds;
-    uint32_t left = 0, right = 0;
-    while (left + right < count) {
-        const uint32_t i = first + left;
-        const bool inLeft = contains(bestLeft, boxes[i]);
-        const bool inRight = contains(bestRight, boxes[i]);
-        if (inLeft && (!inRight || sharedGoLeft)) {
-            leftBounds.add(boxes[i]);
-            ++left;
-        } else {
-            rightBounds.add(boxes[i]);
-            ++right;
-            const uint32_t j = end - right;
-            std::swap(refs[i], refs[j]);
-            std::swap(boxes[i], boxes[j]);
-        }
-    }
-    if (left < 1 || right < 1) {
-        makeLeaf(builder, task, out);
-        return;
-    }
-    makeInner(builder, task, left, leftBounds, rightBounds, out);
+    partitionTask(builder, task, bestLeft, bestRight, out);
 }
 
 // Node numbers come from the order in which threads took pairs; renumbering

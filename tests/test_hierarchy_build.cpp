@@ -83,6 +83,30 @@ TEST_F(HierarchyBuild, CoincidentCentroidsEndInOneLeafAndAFarOneIsSplitOffFirst)
     expectHierarchyInvariants(line);
 }
 
+TEST_F(HierarchyBuild, APairSplitsOnItsFirstAxisOfDistinctCentresWithTheLowerOneLeft) {
+    // Which reference goes left decides the order of hits at equal distance.
+    const std::vector<std::pair<std::vector<Vector>, uint32_t>> cases{
+        {{{0, 5, 0}, {0, 1, 0}}, 1}, {{{2, 9, 9}, {1, 0, 0}}, 1}, {{{0, 0, 4}, {0, 0, 7}}, 0}};
+    for (const auto& [centres, lower] : cases) {
+        Object pair = objectWith(particlesAt(centres, 0.25f));
+        ReportCapture quiet;
+        buildHierarchy(pair);
+        quiet.restore();
+        ASSERT_EQ(pair.bbvhNodes.size(), 3u);
+        const BbvhNode& left = pair.bbvhNodes[pair.bbvhNodes[0].first];
+        ASSERT_EQ(left.count, 1);
+        EXPECT_EQ(pair.buildRefs[left.first].index, lower);
+    }
+    // Centres so far apart that their extent overflows: no plane has a
+    // finite cost, and the pair stays one leaf.
+    Object far = objectWith(particlesAt({{-3e38f, 0, 0}, {3e38f, 0, 0}}, 0.25f));
+    ReportCapture quiet;
+    buildHierarchy(far);
+    quiet.restore();
+    ASSERT_EQ(far.bbvhNodes.size(), 1u);
+    EXPECT_EQ(far.bbvhNodes[0].count, 2);
+}
+
 TEST_F(HierarchyBuild, MixedKindsAndPartsAreAllReachableLargestSlotsFirst) {
     Object object;
     object.parts = {triangleSoup(700, 10, 1), tetragonField(300, 10, 1), sphereCloud(300, 10, 0.5f),
