@@ -30,11 +30,6 @@ constexpr int kBins = 8;
 constexpr int kWaveLimit = 256;
 constexpr uint32_t kLeafLimit = 0xFFFFu;   // a leaf's count has 16 bits
 
-// A reference's box in two lanes of four, x y z and a fourth lane held at 0.
-struct alignas(16) LaneBox {
-    __m128 min, max;
-};
-
 inline LaneBox laneBox(const Bbox& b) {
     return {_mm_setr_ps(b.min[0], b.min[1], b.min[2], 0.0f), _mm_setr_ps(b.max[0], b.max[1], b.max[2], 0.0f)};
 }
@@ -104,7 +99,7 @@ struct BuildNode {
 
 struct Builder {
     Object& object;
-    std::vector<LaneBox, HugePageAllocator<LaneBox>> boxes;
+    std::vector<LaneBox, HugePageAllocator<LaneBox>>& boxes;
     std::vector<BuildNode> nodes;
     std::atomic<uint32_t> nodeCount = 1;
 };
@@ -392,6 +387,7 @@ Bbox referenceBox(const Object& object, const PrimitiveRef& ref) {
 void buildHierarchy(Object& object) {
     object.bbvhNodes = {};
     object.buildRefs = {};
+    object.buildBoxes = {};
 
     size_t total = object.instances.size();
     for (const Part& part : object.parts)
@@ -412,7 +408,8 @@ void buildHierarchy(Object& object) {
     }
     for (uint32_t i = 0; i < object.instances.size(); ++i) refs.emplace_back(0u, kInstance, i);
 
-    Builder builder{object, std::vector<LaneBox, HugePageAllocator<LaneBox>>(total), std::vector<BuildNode>(2 * total), 1};
+    object.buildBoxes.resize(total);
+    Builder builder{object, object.buildBoxes, std::vector<BuildNode>(2 * total), 1};
     const long long count = (long long)total;
 #pragma omp parallel for schedule(static) if (count >= 4096)
     for (long long i = 0; i < count; ++i) builder.boxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]));

@@ -3,6 +3,8 @@
 // geometry/object.h includes this file right after Bbox; include object.h.
 #pragma once
 
+#include <immintrin.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -24,6 +26,12 @@ struct PrimitiveRef {
     // eight bits of the part index.
     PrimitiveRef(uint32_t partIndex, uint16_t primitiveKind, uint32_t primitiveIndex)
         : part(uint8_t(partIndex)), kind(primitiveKind), index(primitiveIndex) {}
+};
+
+// A reference's box as the builder bins it, in two lanes of four: x y z and
+// a fourth lane held at 0.
+struct alignas(16) LaneBox {
+    __m128 min, max;
 };
 
 // One leaf reference as the walks read it, one cache line each, in the order

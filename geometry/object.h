@@ -117,6 +117,9 @@ struct Object {
     uint32_t maxWideDepth = 0;
     BbvhNodes bbvhNodes;
     std::vector<PrimitiveRef> buildRefs;       // in the builder's order
+    // The box of each of buildRefs, from the build until the update has
+    // refit the leaves with them.
+    std::vector<LaneBox, HugePageAllocator<LaneBox>> buildBoxes;
     uint32_t nodesPerDepth[256] = {};
     uint32_t nodesFilled[256] = {};
     std::vector<uint32_t> nodesAtDepth[256];

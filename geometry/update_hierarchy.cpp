@@ -136,6 +136,20 @@ void refitNode(Object& object, uint32_t n) {
         const BbvhNode& r = nodes[node.first + 1];
         node.bounds = unionBox(l.bounds, r.bounds);
         node.cost = halfArea(node.bounds) + l.cost + r.cost;
+    } else if (object.buildBoxes.size() == object.buildRefs.size()) {
+        // The builder's boxes of the same references, in the same order; min
+        // and max keep the box's own plane on a tie or a NaN, as growBox does.
+        __m128 low = _mm_setr_ps(kInfinity, kInfinity, kInfinity, 0.0f);
+        __m128 high = _mm_setr_ps(-kInfinity, -kInfinity, -kInfinity, 0.0f);
+        for (uint32_t i = node.first; i < node.first + node.count; ++i) {
+            low = _mm_min_ps(object.buildBoxes[i].min, low);
+            high = _mm_max_ps(object.buildBoxes[i].max, high);
+        }
+        alignas(16) float l[4], h[4];
+        _mm_store_ps(l, low);
+        _mm_store_ps(h, high);
+        for (int k = 0; k < 3; ++k) node.bounds.min[k] = l[k], node.bounds.max[k] = h[k];
+        node.cost = halfArea(node.bounds) * float(node.count);
     } else {
         for (uint32_t i = node.first; i < node.first + node.count; ++i)
             growBox(node.bounds, referenceBox(object, object.buildRefs[i]));
@@ -450,6 +464,7 @@ void updateHierarchy(Object& object) {
 
     makeDepthLists(object);
     bottomUp(object, [&object](uint32_t n) { refitNode(object, n); });
+    object.buildBoxes = {};
     makeDepthLists(object);
     bottomUp(object, [&object](uint32_t n) { rotateNode(object, n); });
 
