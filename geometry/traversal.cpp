@@ -410,8 +410,11 @@ struct ShadowCounters {
     }
 };
 
-// A surface that the segment passes through lets through its factor.
-inline void passThrough(const Object& object, uint32_t part, uint8_t kind, uint32_t index, const PrimitiveHit& hit,
+// A surface that the segment passes through lets through its factor. Out of
+// line and cold: the shader's call clobbers every vector register, and the
+// walk's registers are then saved around this call alone instead of at every
+// leaf.
+__attribute__((noinline, cold)) void passThrough(const Object& object, uint32_t part, uint8_t kind, uint32_t index, const PrimitiveHit& hit,
                         RayState& ray) {
     const ShadowHit shadow{&object.parts[part], index, hit.shader, kind, hit.front, hit.barycentric, hit.t};
     ray.throughput *= shadowFactorHook(ray, shadow);
