@@ -419,9 +419,11 @@ void buildHierarchy(Object& object) {
     const CentroidBounds all = centroidBounds(builder.boxes.data(), 0, uint32_t(total));
     std::vector<BuildTask> current{{0, 0, uint32_t(total), all.low, all.high}};
     int wave = 0;
+    // The next wave's tasks, a list per thread; the lists keep their room
+    // from wave to wave.
+    std::vector<std::vector<BuildTask>> perThread(size_t(std::max(1, omp_get_max_threads())));
     while (!current.empty()) {
         progressLine(wave, '\r');
-        std::vector<std::vector<BuildTask>> perThread(kMaxThreads);
         const long long tasks = (long long)current.size();
         // Tasks differ widely in size: threads take them a few at a time. A
         // single task runs on the calling thread.
@@ -430,7 +432,10 @@ void buildHierarchy(Object& object) {
         for (long long i = 0; i < tasks; ++i)
             runTask(builder, current[size_t(i)], wave, perThread[size_t(omp_get_thread_num())]);
         current.clear();
-        for (const auto& list : perThread) current.insert(current.end(), list.begin(), list.end());
+        for (auto& list : perThread) {
+            current.insert(current.end(), list.begin(), list.end());
+            list.clear();
+        }
         ++wave;
         if (wave == kWaveLimit) break;
     }
