@@ -497,11 +497,13 @@ void updateHierarchy(Object& object) {
     });
 
     // Room for the usual sizes, to spare the copies of growth. Every
-    // reference lands in exactly one leaf, so `primitiveRefs` ends full. The
-    // wide nodes keep their spare room: pages past the end are never
+    // reference lands in exactly one leaf, so `primitiveRefs` ends full. A
+    // wide node holds six or seven references on the usual meshes; a
+    // quarter of the references leaves a margin, and a tree that needs more
+    // grows the array. The spare room is kept: pages past the end are never
     // touched and cost address space only, where trimming would copy the
     // array and fault all of it in a second time.
-    object.wideNodes.reserve(nodes.size() / 3 + 1);
+    object.wideNodes.reserve(object.buildRefs.size() / 4 + 1);
     object.primitiveRefs.reserve(object.buildRefs.size());
     object.wideNodes.push_back(emptyWideNode());
     collapseNode(object, 0, 0, 0);
