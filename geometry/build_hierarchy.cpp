@@ -65,7 +65,7 @@ inline __m128 centroid(const LaneBox& b) { return _mm_mul_ps(_mm_add_ps(b.min, b
 // zero extent gives NaN, which lands in bin 0; it is never evaluated.
 inline __m128i binOf(const LaneBox& box, __m128 low, __m128 extent) {
     const __m128 f = _mm_div_ps(_mm_mul_ps(_mm_set1_ps(8.0f), _mm_sub_ps(centroid(box), low)), extent);
-    return _mm_min_epi32(_mm_max_epi32(_mm_cvttps_epi32(f), _mm_setzero_si128()), _mm_set1_epi32(7));
+    return _mm_min_epi32(_mm_max_epi32(_mm_cvttps_epi32(f), _mm_setzero_si128()), _mm_set1_epi32(kBins - 1));
 }
 
 struct CentroidBounds {
@@ -171,7 +171,7 @@ void partitionTask(Builder& builder, const BuildTask& task, const LaneBox& bestL
 }
 
 // Two references whose centroids differ: on an axis where they differ, one
-// lies in bin 0 and the other in bin 7, save near the limits of floats. Such
+// lies in bin 0 and the other in bin 7, except near the limits of floats. Such
 // an axis has one plane to try, and every such axis prices it the same, so the
 // first one decides, as in the general loop, with no bins to fill. False when
 // some axis to evaluate has another pattern; the general path takes those.
