@@ -414,8 +414,8 @@ struct ShadowCounters {
 // line and cold: the shader's call clobbers every vector register, and the
 // walk's registers are then saved around this call alone instead of at every
 // leaf.
-__attribute__((noinline, cold)) void passThrough(const Object& object, uint32_t part, uint8_t kind, uint32_t index, const PrimitiveHit& hit,
-                        RayState& ray) {
+__attribute__((noinline, cold)) void passThrough(const Object& object, uint32_t part, uint8_t kind, uint32_t index,
+                                                 const PrimitiveHit& hit, RayState& ray) {
     const ShadowHit shadow{&object.parts[part], index, hit.shader, kind, hit.front, hit.barycentric, hit.t};
     ray.throughput *= shadowFactorHook(ray, shadow);
 }

@@ -81,7 +81,8 @@ void makeDepthLists(Object& object) {
                     if (v.depth < uint32_t(kDepths)) ++counts[t][v.depth];
                     else ++deep[t];
                     const BbvhNode& node = nodes[v.node];
-                    if (!isLeaf(node)) stack.insert(stack.end(), {{node.first + 1, v.depth + 1}, {node.first, v.depth + 1}});
+                    if (!isLeaf(node))
+                        stack.insert(stack.end(), {{node.first + 1, v.depth + 1}, {node.first, v.depth + 1}});
                 }
             }
         }
