@@ -359,11 +359,16 @@ float slotHalfArea(const WideNode& node, int slot) {
     return halfArea(box);
 }
 
-void swapSlots(WideNode& node, int i, int j) {
-    for (int p = 0; p < 6; ++p) std::swap(node.planes(p)[i], node.planes(p)[j]);
-    std::swap(node.child[i], node.child[j]);
-    std::swap(node.count[i], node.count[j]);
-    std::swap(node.hits[i], node.hits[j]);
+// Slot i of the node takes what slot order[i] held: six planes, `child`,
+// `count` and `hits`.
+void placeSlots(WideNode& node, const int order[8]) {
+    const WideNode old = node;
+    for (int i = 0; i < 8; ++i) {
+        for (int p = 0; p < 6; ++p) node.planes(p)[i] = old.planes(p)[order[i]];
+        node.child[i] = old.child[order[i]];
+        node.count[i] = old.count[order[i]];
+        node.hits[i] = old.hits[order[i]];
+    }
 }
 
 }  // namespace
@@ -580,10 +585,17 @@ void satOrder(Object& object) {
 #pragma omp parallel for schedule(static) if (count >= 4096)
     for (long long n = 0; n < count; ++n) {
         WideNode& node = object.wideNodes[size_t(n)];
+        // The exchanges are made on the slots' half areas and numbers, each
+        // area computed once; the node's slots then move once, to their
+        // final places.
+        float area[8];
+        int order[8];
+        for (int slot = 0; slot < 8; ++slot) area[slot] = slotHalfArea(node, slot), order[slot] = slot;
         for (int s = 1; s < 8; ++s) {
-            if (node.child[s] == kEmptySlot) continue;
+            if (node.child[order[s]] == kEmptySlot) continue;
             for (int j = s; j >= 1; --j)
-                if (slotHalfArea(node, j) > slotHalfArea(node, j - 1)) swapSlots(node, j - 1, j);
+                if (area[j] > area[j - 1]) std::swap(area[j - 1], area[j]), std::swap(order[j - 1], order[j]);
         }
+        placeSlots(node, order);
     }
 }
