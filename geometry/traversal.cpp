@@ -311,9 +311,9 @@ bool walkClosestOver(const Object& object, RayState& ray) {
             // Every slot hit starts to load now: the nearest too, since in
             // the two-slot case the choice is a branch that often goes wrong,
             // and both loads are then under way before it is settled.
+            const bool runRequested = Records && runs[node].lines > 0;
             for (int rest = mask; rest; rest &= rest - 1)
-                prefetchSlot<Records>(wide, __builtin_ctz(unsigned(rest)), nodes, records,
-                                      Records && runs[node].lines > 0);
+                prefetchSlot<Records>(wide, __builtin_ctz(unsigned(rest)), nodes, records, runRequested);
             alignas(32) float distance[8];
             _mm256_store_ps(distance, entry);
             const int high = 31 - __builtin_clz(unsigned(mask));

@@ -34,6 +34,7 @@ Part trianglesAt(const std::vector<std::pair<float, float>>& offsetAndSize) {
 
 int usedSlots(const WideNode& node) { return 8 - int(std::count(node.child, node.child + 8, kEmptySlot)); }
 
+void quietBuild(Object& object) { ReportCapture quiet; buildHierarchy(object); }
 void quietUpdate(Object& object) { ReportCapture quiet; updateHierarchy(object); }
 
 TEST_F(HierarchyBuild, OnePrimitiveIsALeafRootAndReportsItsWaves) {
@@ -89,9 +90,7 @@ TEST_F(HierarchyBuild, APairSplitsOnItsFirstAxisOfDistinctCentresWithTheLowerOne
         {{{0, 5, 0}, {0, 1, 0}}, 1}, {{{2, 9, 9}, {1, 0, 0}}, 1}, {{{0, 0, 4}, {0, 0, 7}}, 0}};
     for (const auto& [centres, lower] : cases) {
         Object pair = objectWith(particlesAt(centres, 0.25f));
-        ReportCapture quiet;
-        buildHierarchy(pair);
-        quiet.restore();
+        quietBuild(pair);
         ASSERT_EQ(pair.bbvhNodes.size(), 3u);
         const BbvhNode& left = pair.bbvhNodes[pair.bbvhNodes[0].first];
         ASSERT_EQ(left.count, 1);
@@ -100,9 +99,7 @@ TEST_F(HierarchyBuild, APairSplitsOnItsFirstAxisOfDistinctCentresWithTheLowerOne
     // Centres so far apart that their extent overflows: no plane has a
     // finite cost, and the pair stays one leaf.
     Object far = objectWith(particlesAt({{-3e38f, 0, 0}, {3e38f, 0, 0}}, 0.25f));
-    ReportCapture quiet;
-    buildHierarchy(far);
-    quiet.restore();
+    quietBuild(far);
     ASSERT_EQ(far.bbvhNodes.size(), 1u);
     EXPECT_EQ(far.bbvhNodes[0].count, 2);
 }
