@@ -209,10 +209,11 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     }
 
     if (wave >= kWaveLimit - 1 || count < 2) {
-        // The last wave takes whatever is left, however long.
+        // The last wave takes whatever is left, up to what a 16-bit count
+        // holds: a count that wrapped to 0 would read as an inner node.
         BuildNode& node = builder.nodes[task.node];
         node.first = first;
-        node.count = uint16_t(count);
+        node.count = uint16_t(count < kLeafLimit ? count : kLeafLimit);
         return;
     }
     const __m128 low = task.low, high = task.high;

@@ -199,6 +199,25 @@ TEST_F(HierarchyBuild, RandomTreesSurviveRotationsWithEveryPrimitiveInPlace) {
     }
 }
 
+TEST_F(HierarchyBuild, TheLastWaveKeepsItsLeafCountWithinSixteenBits) {
+    // Points on the x axis have flat boxes, so every split costs 0 and the
+    // first plane wins: each wave peels the lowest point off a chain whose
+    // gaps shrink by 0.8, and the last wave forces the rest, 45 chain points
+    // and a crowd at 0, into one leaf of 65536 references.
+    std::vector<Vector> centres;
+    float gap = 1.0f;
+    for (int k = 0; k < 300; ++k, gap *= 0.8f) centres.push_back({-gap, 0, 0});
+    centres.resize(centres.size() + 65536 - 45, Vector{0, 0, 0});
+    Object object = objectWith(particlesAt(centres, 0.0f));
+    quietBuild(object);
+    const auto forced = std::find_if(object.bbvhNodes.begin(), object.bbvhNodes.end(),
+                                     [](const BbvhNode& n) { return n.count > 1; });
+    ASSERT_NE(forced, object.bbvhNodes.end());
+    EXPECT_EQ(forced->count, 0xFFFF);
+    quietUpdate(object);
+    EXPECT_EQ(object.primitiveRefs.size(), 65790u);
+}
+
 TEST_F(HierarchyBuild, NodesBelowDepth255AreReportedTwicePerDepthWalk) {
     // Equal triangles leave the update no cheaper shape, so the tree keeps
     // the shape given: a full tree of 64 leaves, and below its last leaf a
