@@ -422,7 +422,8 @@ __attribute__((noinline, cold)) void passThrough(const Object& object, uint32_t 
 
 // The current hit and the parent hit do not shadow themselves.
 inline bool isOwnSurface(const RayState& ray, uint8_t kind, uint32_t index) {
-    return (ray.kind == kind && ray.primitive == index) || (ray.previous_kind == kind && ray.previous_primitive == index);
+    return (ray.kind == kind && ray.primitive == index) ||
+           (ray.previous_kind == kind && ray.previous_primitive == index);
 }
 
 // Reference `i` of any kind on the shadow segment. The walks over records
