@@ -213,7 +213,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         // holds: a count that wrapped to 0 would read as an inner node.
         BuildNode& node = builder.nodes[task.node];
         node.first = first;
-        node.count = uint16_t(count < kLeafLimit ? count : kLeafLimit);
+        node.count = uint16_t(std::min(count, kLeafLimit));
         return;
     }
     const __m128 low = task.low, high = task.high;
