@@ -9,6 +9,7 @@
 #include "core/constants.h"
 #include "core/records.h"
 #include "geometry/object.h"
+#include "lights/lights.h"
 #include "shading/shader.h"
 
 // A per-thread value alone on its cache line, so that threads writing at
@@ -66,8 +67,12 @@ struct Registry {
     std::vector<ImageRecord> textures;
     std::vector<std::string> imagePaths;
     std::vector<std::string> geometryPaths;
+    std::vector<PointLight> pointLights;
+    std::vector<ParallelLight> parallelLights;
     std::vector<Aov> skyLightAOVs;
     std::vector<Aov> geometryLightAOVs;
+    ShaderLink skyLightLink;
+    ShaderLink geometryLightLink;
 
     // Renderer values.
     int bounce = 1;
@@ -110,6 +115,7 @@ struct Registry {
     ThreadCounter threadStatistics[6][kMaxThreads] = {};   // 0..2 counted by occlusion, 3..5 only cleared
     uint64_t firstFrameTotals[3] = {};
     ThreadSlot<uint32_t> threadPixelIndex[kMaxThreads] = {};
+    ThreadSlot<float> threadOffset[kMaxThreads] = {};      // terminator offset of the thread's photon
     ThreadSlot<uint32_t> threadPathCounters[2][kMaxThreads] = {};
 };
 
