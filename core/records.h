@@ -104,6 +104,13 @@ struct RayState {
     uint32_t previous_primitive;
     uint8_t previous_kind;
     uint8_t previous_hair_lobe;
+    // The rest of the parent hit's identity: its part and the chain of
+    // instances through which the ray reached it.
+    const Part* previous_part;
+    uint64_t previous_path;
+    // The chain of instances that a walk is inside now, and that of the hit.
+    uint64_t instance_path;
+    uint64_t hit_path;
     uint8_t earlier_lobe, lobe;
     uint8_t thread;
     uint8_t depth;

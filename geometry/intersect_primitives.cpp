@@ -5,7 +5,7 @@
 bool intersectParticle(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit) {
     // Spheres decide visibility before any arithmetic.
     if (!visibleTo(ray, part.shader)) return false;
-    if (ray.previous_kind == kParticle && ray.previous_primitive == index) return false;
+    if (isParentSurface(ray, kParticle, index, &part)) return false;
     const uint32_t vertex = part.particles[index];
     const float r = vertexRadius(part, vertex);
     const Vector q = part.positions[vertex] - ray.origin;
@@ -30,9 +30,7 @@ bool intersectParticle(const Part& part, uint32_t index, const RayState& ray, Pr
 
 bool intersectParticleShadow(const Part& part, uint32_t index, const RayState& ray, PrimitiveHit& hit) {
     if (!visibleTo(ray, part.shader)) return false;
-    if ((ray.kind == kParticle && ray.primitive == index) ||
-        (ray.previous_kind == kParticle && ray.previous_primitive == index))
-        return false;
+    if (isCurrentSurface(ray, kParticle, index, &part) || isParentSurface(ray, kParticle, index, &part)) return false;
     const uint32_t vertex = part.particles[index];
     const float r = vertexRadius(part, vertex);
     const Vector d = part.positions[vertex] - ray.origin;

@@ -59,6 +59,18 @@ inline bool visibleTo(const RayState& ray, uint32_t shader) {
     return true;
 }
 
+// A ray never meets the surface it left: the same kind and index in the same
+// part, reached through the same chain of instances. Kind and index first,
+// as they almost always differ.
+inline bool isParentSurface(const RayState& ray, uint8_t kind, uint32_t index, const Part* part) {
+    return ray.previous_primitive == index && ray.previous_kind == kind && ray.previous_part == part &&
+           ray.previous_path == ray.instance_path;
+}
+// The same for the hit that a shadow ray starts from.
+inline bool isCurrentSurface(const RayState& ray, uint8_t kind, uint32_t index, const Part* part) {
+    return ray.primitive == index && ray.kind == kind && ray.part == part && ray.hit_path == ray.instance_path;
+}
+
 // Results of a successful test. `det` is set by the face tests only.
 struct PrimitiveHit {
     float t;

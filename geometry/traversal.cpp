@@ -76,10 +76,20 @@ inline Vector reciprocal(Vector d) {
 // The ray carried into an instance's space, and back.
 struct SavedRay {
     Vector origin, direction, inverse_direction;
+    uint64_t path;
 };
 
+// The chain of instances extended by one: a mix of the chain so far and the
+// instance's record, which tells apart chains that differ in any link or in
+// their order (a collision of the 64-bit mix is not a practical concern).
+inline uint64_t extendPath(uint64_t path, const Instance& instance) {
+    uint64_t x = (path ^ uint64_t(reinterpret_cast<uintptr_t>(&instance))) * 0x9E3779B97F4A7C15ull;
+    return x ^ (x >> 31);
+}
+
 inline SavedRay enterInstance(const Instance& instance, RayState& ray) {
-    const SavedRay saved{ray.origin, ray.direction, ray.inverse_direction};
+    const SavedRay saved{ray.origin, ray.direction, ray.inverse_direction, ray.instance_path};
+    ray.instance_path = extendPath(saved.path, instance);
     const float* m = instance.toLocal;
     const Vector o = ray.origin;
     const float w = m[12] * o.x + m[13] * o.y + m[14] * o.z + m[15];
@@ -97,6 +107,7 @@ inline void leaveInstance(const SavedRay& saved, RayState& ray) {
     ray.origin = saved.origin;
     ray.direction = saved.direction;
     ray.inverse_direction = saved.inverse_direction;
+    ray.instance_path = saved.path;
 }
 
 // Starts the loads of what slot `s` leads to: when a node has several slots
@@ -194,6 +205,7 @@ inline void takeHit(const Object& object, uint32_t part, uint8_t kind, uint32_t 
     ray.barycentric = hit.barycentric;
     ray.front = hit.front;
     ray.hit_instance_depth = ray.instance_depth;
+    ray.hit_path = ray.instance_path;
     ray.gatherable = object.level == 0;
 }
 
@@ -213,17 +225,17 @@ __attribute__((noinline)) bool testReference(const Object& object, const Primiti
         if (!Surfaces) ok = intersectParticle(object.parts[ref.part], index, ray, hit);
         break;
     case kCylinder:
-        if (!Surfaces && !(ray.previous_kind == kCylinder && ray.previous_primitive == index))
+        if (!Surfaces && !isParentSurface(ray, kCylinder, index, &object.parts[ref.part]))
             ok = intersectCylinder(object.parts[ref.part], index, ray, hit);
         break;
     case kTriangle:
         // The surface walk tests the parent triangle too; tetragons are
         // skipped by both walks.
-        if (Surfaces || !(ray.previous_kind == kTriangle && ray.previous_primitive == index))
+        if (Surfaces || !isParentSurface(ray, kTriangle, index, &object.parts[ref.part]))
             ok = testTriangle<Records>(object, records, i, ref, ray, hit);
         break;
     case kTetragon:
-        if (!(ray.previous_kind == kTetragon && ray.previous_primitive == index))
+        if (!isParentSurface(ray, kTetragon, index, &object.parts[ref.part]))
             ok = testTetragon<Records>(object, records, i, ref, ray, hit);
         break;
     case kInstance:
@@ -260,7 +272,7 @@ inline bool testLeaf(const Object& object, const PrimitiveRef* refs, const LeafR
         const LeafRecord& face = records[i];
         if (__builtin_expect(face.kind != kTriangle, 0))
             return testReferences<Surfaces, Records>(object, refs, records, i, first + count, ray) || found;
-        if (!Surfaces && ray.previous_kind == kTriangle && ray.previous_primitive == face.index) continue;
+        if (!Surfaces && isParentSurface(ray, kTriangle, face.index, &object.parts[face.part])) continue;
         PrimitiveHit hit;
         if (triangleRecordTest(face, lanes, ray, hit)) {
             takeHit(object, face.part, kTriangle, face.index, hit, ray);
@@ -421,9 +433,8 @@ __attribute__((noinline, cold)) void passThrough(const Object& object, uint32_t 
 }
 
 // The current hit and the parent hit do not shadow themselves.
-inline bool isOwnSurface(const RayState& ray, uint8_t kind, uint32_t index) {
-    return (ray.kind == kind && ray.primitive == index) ||
-           (ray.previous_kind == kind && ray.previous_primitive == index);
+inline bool isOwnSurface(const RayState& ray, uint8_t kind, uint32_t index, const Part* part) {
+    return isCurrentSurface(ray, kind, index, part) || isParentSurface(ray, kind, index, part);
 }
 
 // Reference `i` of any kind on the shadow segment. The walks over records
@@ -441,13 +452,13 @@ __attribute__((noinline)) void shadowReference(Object& object, const PrimitiveRe
         ok = intersectParticleShadow(object.parts[ref.part], index, ray, hit);
         break;
     case kCylinder:
-        if (!isOwnSurface(ray, kind, index)) ok = intersectCylinder(object.parts[ref.part], index, ray, hit);
+        if (!isOwnSurface(ray, kind, index, &object.parts[ref.part])) ok = intersectCylinder(object.parts[ref.part], index, ray, hit);
         break;
     case kTriangle:
-        if (!isOwnSurface(ray, kind, index)) ok = testTriangle<Records>(object, records, i, ref, ray, hit);
+        if (!isOwnSurface(ray, kind, index, &object.parts[ref.part])) ok = testTriangle<Records>(object, records, i, ref, ray, hit);
         break;
     case kTetragon:
-        if (!isOwnSurface(ray, kind, index)) ok = testTetragon<Records>(object, records, i, ref, ray, hit);
+        if (!isOwnSurface(ray, kind, index, &object.parts[ref.part])) ok = testTetragon<Records>(object, records, i, ref, ray, hit);
         break;
     case kInstance: {
         const Instance& instance = object.instances[index];
@@ -490,7 +501,8 @@ inline bool shadowLeaf(Object& object, const PrimitiveRef* refs, const LeafRecor
             return shadowReferences<Log, Records>(object, refs, records, i, first + count, ray, counters);
         ++counters.tested;
         PrimitiveHit hit;
-        if (!isOwnSurface(ray, kTriangle, face.index) && triangleRecordTest(face, lanes, ray, hit))
+        if (!isOwnSurface(ray, kTriangle, face.index, &object.parts[face.part]) &&
+            triangleRecordTest(face, lanes, ray, hit))
             passThrough(object, face.part, kTriangle, face.index, hit, ray);
         // Tested after every reference, hit or not: a segment that starts
         // with nothing to carry ends at its first reference.
@@ -570,6 +582,7 @@ ShadowFactorHook shadowFactorHook = letEverythingThrough;
 
 bool intersectClosest(RayState& ray) {
     ray.instance_depth = 0;
+    ray.instance_path = 0;
     ++registry.threadRays[ray.thread];
     if (registry.objects.empty()) return false;
     ray.inverse_direction = reciprocal(ray.direction);
@@ -579,6 +592,7 @@ bool intersectClosest(RayState& ray) {
 
 bool intersectSurfaces(RayState& ray) {
     ray.instance_depth = 0;
+    ray.instance_path = 0;
     ++registry.threadRays[ray.thread];
     if (registry.objects.empty()) return false;
     ray.inverse_direction = reciprocal(ray.direction);
@@ -586,8 +600,12 @@ bool intersectSurfaces(RayState& ray) {
 }
 
 bool transmittanceQuery(Object& object, RayState& ray) {
+    ray.instance_path = 0;
     if (occludeLogGate == 0) return OccludeLog(object, ray);
     return walkTransmittance<false>(object, ray);
 }
 
-bool OccludeLog(Object& object, RayState& ray) { return walkTransmittance<true>(object, ray); }
+bool OccludeLog(Object& object, RayState& ray) {
+    ray.instance_path = 0;
+    return walkTransmittance<true>(object, ray);
+}

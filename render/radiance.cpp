@@ -144,6 +144,8 @@ RayState childRay(const RayState& parent, const HitRecord& hit, uint8_t tag) {
     child.previous_shader = parent.shader;
     child.previous_primitive = parent.primitive;
     child.previous_kind = parent.kind;
+    child.previous_part = parent.part;
+    child.previous_path = parent.hit_path;
     child.previous_hair_lobe = parent.hair_lobe;
     child.parent_hit = &hit;
     child.depth = uint8_t(parent.depth + 1);

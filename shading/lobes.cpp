@@ -120,6 +120,8 @@ Color diffuseLobe(const RayState& ray, const HitRecord& hit, Color t, bool below
                         RayState child = diffuseChild(ray, point.hit, tag, d, t * point.weight);
                         child.previous_primitive = point.primitive;
                         child.previous_kind = point.kind;
+                        child.previous_part = point.part;
+                        child.previous_path = point.path;
                         child.sample_index = index;
                         child.split = ray.split * split.perFrame;
                         sum.add(radiance(child) * point.weight);
@@ -258,6 +260,7 @@ bool drawDiffusionPoint(const RayState& ray, const HitRecord& hit, DiffusionPoin
         chord.kind = 0;
         chord.previous_primitive = kNoPrimitive;
         chord.previous_kind = 0;
+        chord.previous_part = nullptr;
         if (!intersectSurfaces(chord) || chord.shader != ray.shader) continue;
 
         point.hit = HitRecord{};
@@ -274,6 +277,8 @@ bool drawDiffusionPoint(const RayState& ray, const HitRecord& hit, DiffusionPoin
                         guardedLength(kTwoPi * dc.z) / whole};
         point.primitive = chord.primitive;
         point.kind = chord.kind;
+        point.part = chord.part;
+        point.path = chord.hit_path;
         return true;
     }
     return false;

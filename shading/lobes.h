@@ -37,6 +37,8 @@ struct DiffusionPoint {
     Color weight;
     uint32_t primitive;
     uint8_t kind;
+    const Part* part;
+    uint64_t path;
 };
 // Draws until a chord finds the same shader; false only when the surface
 // cannot be found around the hit at all.

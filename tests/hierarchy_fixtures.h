@@ -118,7 +118,7 @@ inline Reference bruteForce(const Object& object, RayState ray) {
         auto consider = [&](uint8_t kind, size_t count, auto test) {
             for (uint32_t i = 0; i < count; ++i) {
                 PrimitiveHit hit;
-                if (kind != kParticle && ray.previous_kind == kind && ray.previous_primitive == i) continue;
+                if (kind != kParticle && isParentSurface(ray, kind, i, &part)) continue;
                 if (test(part, i, ray, hit)) ray.t = hit.t, best = {true, hit.t, i, kind};
             }
         };

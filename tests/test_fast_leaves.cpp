@@ -98,6 +98,8 @@ TEST_F(LeafRecords, WalksOverRecordsAnswerAsWalksOverReferences) {
         // Every hit flag and every output of the three queries.
         auto walk = [&](int o) {
             registry.rootObject = o;
+            // The skipped faces belong to this object's own part.
+            ray.previous_part = ray.part = &registry.objects[size_t(o)].parts[0];
             RayState closest = ray, surfaces = ray, shadow = ray;
             surfaces.t = surfaceLimit;
             shadow.kind = uint8_t(r % 3 == 0 ? kTriangle : 0), shadow.primitive = uint32_t(r % 1800);

@@ -4,6 +4,7 @@
 
 #include "core/stages.h"
 #include "hierarchy_fixtures.h"
+#include "render/radiance.h"
 
 using namespace fixtures;
 
@@ -192,6 +193,7 @@ RayState downRay(uint8_t depth, uint8_t photonPath, uint8_t previousKind = 0) {
     RayState ray = freshRay();
     ray.origin = {0, 0, 1}, ray.direction = {0.01f, 0.02f, -1}, ray.t = 10.0f;
     ray.depth = depth, ray.photon_path = photonPath, ray.previous_kind = previousKind, ray.previous_primitive = 0;
+    if (previousKind) ray.previous_part = &registry.objects[size_t(registry.rootObject)].parts[0];
     return ray;
 }
 
@@ -234,6 +236,70 @@ TEST_F(Traversal, VisibilityByDepthAndPathAndTheParentSkip) {
     EXPECT_EQ(ray.t, 10.0f);
     addRoot(objectWith(Part{}));
     EXPECT_FALSE(intersectClosest(ray) || transmittanceQuery(registry.objects[0], ray));
+}
+
+// Square sheets at the heights given, each its own part with one triangle
+// numbered 0 and one numbered 1, in an object of its own.
+Object sheets(std::initializer_list<float> heights) {
+    Object object;
+    for (float z : heights) {
+        Part part;
+        part.positions = {{-4, -4, z}, {4, -4, z}, {4, 4, z}, {-4, 4, z}};
+        part.triangles = {{0, 1, 2, 0}, {0, 2, 3, 0}};
+        object.parts.push_back(std::move(part));
+    }
+    return object;
+}
+
+// The root instancing object 0 at heights 0 and 4, and object 1 at height 0.
+void sheetScene() {
+    registry.objects.clear();
+    registry.objects.push_back(sheets({0.0f, 2.0f}));   // two parts
+    registry.objects.push_back(sheets({1.0f}));
+    Object root;
+    for (auto [target, lift] : {std::pair{0u, 0.0f}, {1u, 0.0f}, {0u, 4.0f}}) {
+        prepareHierarchy(registry.objects[target]);
+        Instance instance;
+        instance.target = target;
+        setRigid(instance, {0, 0, 1}, 0.0f, {0, 0, lift});
+        instance.bounds = transformedBox(instance.toWorld, registry.objects[target].bounds);
+        root.instances.push_back(instance);
+    }
+    addRoot(std::move(root));
+}
+
+TEST_F(Traversal, ARaySkipsOnlyTheVerySurfaceItLeft) {
+    sheetScene();
+    // A ray down onto the lowest sheet, then children going up from just
+    // under each hit: the same-numbered triangle of another object (z 1),
+    // of another part (z 2) and of another instance (z 4) stop them, their
+    // own triangle never does.
+    RayState ray = freshRay();
+    ray.origin = {0.5f, 0.25f, 0.5f}, ray.direction = {0, 0, -1};
+    ASSERT_TRUE(intersectClosest(ray));
+    ASSERT_EQ(ray.primitive, 0u);
+    // Next sheet up, and how many sheets lie above the one left.
+    const struct { float next; int above; } steps[] = {{1, 4}, {2, 3}, {4, 2}, {6, 1}, {0, 0}};
+    for (const auto& step : steps) {
+        HitRecord hit{};
+        hit.position = ray.origin + ray.direction * ray.t - Vector{0, 0, 1e-4f};
+        RayState child = childRay(ray, hit, kTagLambertian);
+        child.direction = normalized({0.001f, 0.002f, 1});   // off the axes, which the shadow walk's slab test needs
+        // Occlusion sees the same: each sheet but the own one halves the light.
+        RayState shadow = child;
+        shadow.kind = 0, shadow.primitive = kNoPrimitive, shadow.t = 10.0f, shadow.throughput = one;
+        shadowFactorHook = [](const RayState&, const ShadowHit&) -> Color { return {0.5f, 0.5f, 0.5f}; };
+        transmittanceQuery(registry.objects[size_t(registry.rootObject)], shadow);
+        EXPECT_FLOAT_EQ(shadow.throughput.x, std::ldexp(1.0f, -step.above)) << "towards z " << step.next;
+        if (step.above == 0) {
+            EXPECT_FALSE(intersectClosest(child));
+            break;
+        }
+        ASSERT_TRUE(intersectClosest(child)) << "towards z " << step.next;
+        EXPECT_EQ(child.primitive, 0u);
+        EXPECT_NEAR(child.origin.z + child.t * child.direction.z, step.next, 1e-4f);
+        ray = child;
+    }
 }
 
 TEST_F(Traversal, PrimitiveTestsGiveDistancesAndHitParameters) {
