@@ -48,10 +48,12 @@ struct GeometryLightValues {
 // Values of the sky light that its stage puts back.
 struct SkyLightValues {
     Color color{0.75f, 0.75f, 0.75f};
+    ImageRecord image;           // skyLightImage: the sky, multiplied by color; named by the scene, loaded at preparation
+    ImageRecord backdrop;        // skyLightBackdrop: what camera rays see instead
     int photon = 1000000;
     int sample = 64;
     float thickness = 1000.0f;
-    float frame[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    float frame[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};   // skyFrame: north in row 1, zenith in row 2, as given; row 0 computed
     float inverseFrame[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     float ior = 1.0f;
     Color photonPower{0.0f, 0.0f, 0.0f};

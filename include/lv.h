@@ -192,6 +192,38 @@ LV_API void lvSetDisplacementImage(int shader, int displacement, const char* fil
 LV_API void lvSetDisplacementLevel(int shader, int displacement, int level);
 LV_API void lvSetDisplacementVector(int shader, int displacement, float x, float y, float z);
 
+/* Point lights, spot lights through their inner and outer angles (degrees).
+ * Blur is the radius of a sphere around the position. A light with shader
+ * links lights only those shaders. AOV channels are added to the AOV's set. */
+LV_API int lvAddPointLight(void);
+LV_API void lvSetPointLightPosition(int light, float x, float y, float z);
+LV_API void lvSetPointLightDirection(int light, float x, float y, float z);
+LV_API void lvSetPointLightColor(int light, float x, float y, float z);
+LV_API void lvSetPointLightPhoton(int light, int photon);
+LV_API void lvSetPointLightSample(int light, int sample);
+LV_API void lvSetPointLightBlur(int light, float blur);
+LV_API void lvSetPointLightOffset(int light, float offset);
+LV_API void lvSetPointLightInnerAngle(int light, float degrees);
+LV_API void lvSetPointLightOuterAngle(int light, float degrees);
+LV_API void lvSetPointLightShaderLink(int light, int shader);
+LV_API int lvAddPointLightAOV(int light);
+LV_API void lvSetPointLightAOVChannel(int light, int aov, Channel channel);
+LV_API void lvSetPointLightAOVName(int light, int aov, const char* name);
+
+/* Parallel lights. Blur is a cone angle in degrees around the direction;
+ * links and AOVs as for point lights. */
+LV_API int lvAddParallelLight(void);
+LV_API void lvSetParallelLightDirection(int light, float x, float y, float z);
+LV_API void lvSetParallelLightColor(int light, float x, float y, float z);
+LV_API void lvSetParallelLightPhoton(int light, int photon);
+LV_API void lvSetParallelLightSample(int light, int sample);
+LV_API void lvSetParallelLightBlur(int light, float degrees);
+LV_API void lvSetParallelLightOffset(int light, float offset);
+LV_API void lvSetParallelLightShaderLink(int light, int shader);
+LV_API int lvAddParallelLightAOV(int light);
+LV_API void lvSetParallelLightAOVChannel(int light, int aov, Channel channel);
+LV_API void lvSetParallelLightAOVName(int light, int aov, const char* name);
+
 #ifdef __cplusplus
 }
 #endif
