@@ -5,7 +5,7 @@
 #include "core/constants.h"
 #include "core/registry.h"
 #include "lv.h"
-#include "render/radiance.h"
+#include "render/child_ray.h"
 #include "shading/images.h"
 #include "shading/lobes.h"
 

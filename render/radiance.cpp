@@ -121,39 +121,6 @@ void writeCameraAovs(const RayState& ray, const HitRecord& hit, const LobeBundle
 
 }  // namespace
 
-uint32_t cameraSample() {
-    const Camera* camera = registry.currentCameraRecord;
-    return camera && camera->sample > 1 ? uint32_t(camera->sample) : 1u;
-}
-
-Split firstHitSplit(float weight, int budget) {
-    const int64_t c = cameraSample();
-    const float scaled = weight * float(budget);
-    int64_t n = budget;
-    if (!(scaled >= float(budget))) n = scaled > 0.0f ? int64_t(scaled) : 0;
-    n = std::max(n, c);
-    n -= n % c;
-    return {uint32_t(n), uint32_t(n / c)};
-}
-
-RayState childRay(const RayState& parent, const HitRecord& hit, uint8_t tag) {
-    RayState child = parent;
-    child.origin = hit.position;
-    child.primitive = kNoPrimitive;
-    child.kind = kKindNotAsked;
-    child.previous_shader = parent.shader;
-    child.previous_primitive = parent.primitive;
-    child.previous_kind = parent.kind;
-    child.previous_part = parent.part;
-    child.previous_path = parent.hit_path;
-    child.previous_hair_lobe = parent.hair_lobe;
-    child.parent_hit = &hit;
-    child.depth = uint8_t(parent.depth + 1);
-    child.earlier_lobe = parent.lobe == tag ? parent.earlier_lobe : parent.lobe;
-    child.lobe = tag;
-    return child;
-}
-
 Color radiance(RayState& ray) {
     // The depth counter has eight bits: a path ends at 255 whatever the setting.
     if (int(ray.depth) >= registry.ray_depth || ray.depth == 255) return zero;
