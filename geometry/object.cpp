@@ -205,3 +205,32 @@ LV_API void lvAddVertexData(int object, int part, const char* name, int count, i
 }
 
 }  // extern "C"
+
+int primitiveCorners(const Part& part, uint8_t kind, uint32_t primitive, Vector b, uint32_t vertex[4], float weight[4]) {
+    switch (kind) {
+    case kParticle:
+        vertex[0] = part.particles[primitive];
+        weight[0] = 1.0f;
+        return 1;
+    case kCylinder:
+        vertex[0] = part.cylinders[primitive];
+        vertex[1] = vertex[0] + 1;
+        weight[0] = 1.0f - b.z;
+        weight[1] = b.z;
+        return 2;
+    case kTriangle: {
+        const Triangle& t = part.triangles[primitive];
+        vertex[0] = t.a, vertex[1] = t.b, vertex[2] = t.c;
+        weight[0] = b.x, weight[1] = b.y, weight[2] = b.z;
+        return 3;
+    }
+    case kTetragon: {
+        const Tetragon& t = part.tetragons[primitive];
+        vertex[0] = t.a, vertex[1] = t.b, vertex[2] = t.c, vertex[3] = t.d;
+        weight[0] = (1.0f - b.x) * (1.0f - b.y), weight[1] = (1.0f - b.x) * b.y;
+        weight[2] = b.x * b.y, weight[3] = b.x * (1.0f - b.y);
+        return 4;
+    }
+    default: return 0;
+    }
+}

@@ -134,3 +134,9 @@ struct Object {
 void checkPart(Part& part);
 // The object's statistics block: counts, memory and its box.
 void reportObject(const Object& object);
+
+// The corners of a primitive and the weights of a hit on it at `barycentric`:
+// one for a particle, two for a hair segment, three or four for a face.
+// Returns the number of corners; 0 for any other kind.
+int primitiveCorners(const Part& part, uint8_t kind, uint32_t primitive, Vector barycentric, uint32_t vertex[4],
+                     float weight[4]);

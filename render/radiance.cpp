@@ -15,38 +15,6 @@
 
 namespace {
 
-// Corners of the primary hit and their weights, for per-vertex user data.
-int hitCorners(const RayState& ray, uint32_t vertex[4], float weight[4]) {
-    const Part& part = *ray.part;
-    const Vector b = ray.barycentric;
-    switch (ray.kind) {
-    case kParticle:
-        vertex[0] = part.particles[ray.primitive];
-        weight[0] = 1.0f;
-        return 1;
-    case kCylinder:
-        vertex[0] = part.cylinders[ray.primitive];
-        vertex[1] = vertex[0] + 1;
-        weight[0] = 1.0f - b.z;
-        weight[1] = b.z;
-        return 2;
-    case kTriangle: {
-        const Triangle& t = part.triangles[ray.primitive];
-        vertex[0] = t.a, vertex[1] = t.b, vertex[2] = t.c;
-        weight[0] = b.x, weight[1] = b.y, weight[2] = b.z;
-        return 3;
-    }
-    case kTetragon: {
-        const Tetragon& t = part.tetragons[ray.primitive];
-        vertex[0] = t.a, vertex[1] = t.b, vertex[2] = t.c, vertex[3] = t.d;
-        weight[0] = (1.0f - b.x) * (1.0f - b.y), weight[1] = (1.0f - b.x) * b.y;
-        weight[2] = b.x * b.y, weight[3] = b.x * (1.0f - b.y);
-        return 4;
-    }
-    default: return 0;
-    }
-}
-
 // Blends a per-vertex channel over the corners; a corner beyond the channel
 // adds nothing.
 template <typename T, typename Read>
@@ -62,7 +30,7 @@ Color blendChannel(const std::vector<T>& elements, const uint32_t* vertex, const
 bool userData(const RayState& ray, const std::string& name, Color& value) {
     uint32_t vertex[4];
     float weight[4];
-    const int corners = hitCorners(ray, vertex, weight);
+    const int corners = primitiveCorners(*ray.part, ray.kind, ray.primitive, ray.barycentric, vertex, weight);
     const Part& part = *ray.part;
     for (const auto& c : part.scalarChannels)
         if (c.name == name) {

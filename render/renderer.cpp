@@ -7,6 +7,7 @@
 #include "core/report.h"
 #include "core/stages.h"
 #include "lv.h"
+#include "render/occlusion.h"
 
 namespace {
 
@@ -27,6 +28,8 @@ void prepareRenderer() {
                                        : nullptr;
     std::memset(registry.threadRays, 0, sizeof registry.threadRays);
     std::memset(registry.threadShadowRays, 0, sizeof registry.threadShadowRays);
+    // Shadow rays ask the shaders what each surface on the way lets through.
+    shadowFactorHook = shadowFactor;
 
     if (registry.ray_depth < 2) registry.ray_depth = 1;
     if (registry.photon_depth < 2) registry.photon_depth = 1;

@@ -8,7 +8,7 @@
 #include "core/registry.h"
 #include "geometry/traversal.h"
 #include "lv.h"
-#include "render/radiance.h"
+#include "render/child_ray.h"
 #include "shading/hit_shading.h"
 
 namespace {

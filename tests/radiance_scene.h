@@ -1,0 +1,103 @@
+// Small scenes built through the exported functions and rendered at low
+// resolution, for tests that check pixels against known answers.
+#pragma once
+
+#include <cstdio>
+
+#include "core/random.h"
+#include "render/radiance.h"
+#include "scene_fixture.h"
+
+// Path tracing alone (no photon cells stand in for light) under a black sky.
+class RadianceScene : public SceneTest {
+protected:
+    void SetUp() override {
+        SceneTest::SetUp();
+        seedHardwareRandom(11);
+        begin();
+    }
+    void begin() {
+        registry.skyLight.color = zero;
+        lvSetRendererDistance(0.0f);
+        object_ = lvAddObject(), faces_ = -1, faceCorners_ = 0;
+    }
+
+    static int shader(Color lambertian, Color emissive = zero) {
+        const int s = lvAddShader();
+        // An unnamed shader is "undefined", which a face trades for its part's.
+        char name[16];
+        std::snprintf(name, sizeof name, "s%d", s), lvSetShaderName(s, name);
+        const int layer = lvAddSurfaceShader(s);
+        lvSetSurfaceColor(s, layer, LV_ELEMENT_LAMBERTIAN, lambertian.x, lambertian.y, lambertian.z);
+        lvSetSurfaceColor(s, layer, LV_ELEMENT_EMISSIVE, emissive.x, emissive.y, emissive.z);
+        return s;
+    }
+    // A specular layer of colour `c` and index `ior`.
+    static int specular(float c, float ior, Material material) {
+        const int s = shader(zero);
+        lvSetSurfaceColor(s, 0, LV_ELEMENT_SPECULAR, c, c, c);
+        lvSetSurfaceColor(s, 0, LV_ELEMENT_IOR, ior, ior, ior);
+        lvSetSurfaceMaterial(s, 0, material);
+        return s;
+    }
+    // Corners in order around the face; its front is the side from which they
+    // run counter-clockwise. All faces share one part.
+    void quad(Vector a, Vector b, Vector c, Vector d, int s) {
+        if (faces_ < 0) faces_ = lvAddPart(object_);
+        const float xyz[12] = {a.x, a.y, a.z, b.x, b.y, b.z, c.x, c.y, c.z, d.x, d.y, d.z};
+        const int corners[4] = {faceCorners_, faceCorners_ + 1, faceCorners_ + 2, faceCorners_ + 3};
+        faceCorners_ += 4;
+        lvAddPositions(object_, faces_, 4, xyz);
+        lvSetShaderID(object_, faces_, s);
+        lvAddTetragons(object_, faces_, 1, corners);
+    }
+    // A square of half side h in the plane z = z0.
+    void square(float z0, float h, int s, bool facingUp = true) {
+        if (facingUp) quad({-h, -h, z0}, {h, -h, z0}, {h, h, z0}, {-h, h, z0}, s);
+        else quad({-h, -h, z0}, {-h, h, z0}, {h, h, z0}, {h, -h, z0}, s);
+    }
+    // A sphere is a part of one particle, with the shader of the part.
+    void sphere(Vector centre, float radius, int s) {
+        const int part = lvAddPart(object_), index = 0;
+        lvAddPositions(object_, part, 1, &centre.x);
+        lvAddRadii(object_, part, 1, &radius);
+        lvAddParticles(object_, part, 1, &index);
+        lvSetShaderID(object_, part, s);
+    }
+    static int camera(Vector position, Vector target, float fov, int size, int frames) {
+        const int c = lvAddCamera();
+        lvSetCameraResolution(c, size, size);
+        lvSetCameraSample(c, frames);
+        for (float t : {0.0f, 1.0f}) {
+            lvSetCameraTime(c, t);
+            lvSetCameraPosition(c, position.x, position.y, position.z);
+            lvSetCameraTarget(c, target.x, target.y, target.z);
+            lvSetCameraUpVector(c, 0, 1, 0);
+            lvSetCameraFOV(c, fov);
+        }
+        return c;
+    }
+    // Ends the scene and starts an empty one; the start-up puts the renderer
+    // values back to their defaults.
+    void restart() {
+        quietly([] { lvFinalize(), lvStartup(); });
+        begin();
+    }
+    static const ImageRecord& render() {
+        quietly([] { lvInitialize(), lvRender(); });
+        return registry.cameras[0].aovs[0].image;
+    }
+    // The mean over the square of pixels [from, to) in both axes is `expected`
+    // within `relative`.
+    static void expectMean(const ImageRecord& image, int from, int to, Color expected, float relative) {
+        Color c = zero;
+        for (int y = from; y < to; ++y)
+            for (int x = from; x < to; ++x) c += storedPixel(image, y * image.width + x);
+        c = c / float((to - from) * (to - from));
+        EXPECT_NEAR(c.x, expected.x, relative * expected.x + 1e-6f);
+        EXPECT_NEAR(c.y, expected.y, relative * expected.y + 1e-6f);
+        EXPECT_NEAR(c.z, expected.z, relative * expected.z + 1e-6f);
+    }
+
+    int object_ = 0, faces_ = -1, faceCorners_ = 0;
+};

@@ -1,0 +1,178 @@
+// Point, spot and parallel lights lighting small scenes directly, against
+// the values that the light's inverse square law, its spot ramp and the
+// transparency of shadow casters fix; and the gaffer stage's report.
+#include <cmath>
+
+#include "lights/lights.h"
+#include "radiance_scene.h"
+
+namespace {
+
+class DirectLight : public RadianceScene {
+protected:
+    // A light straight above the origin at height h, lighting all around.
+    static int pointLight(Vector position, Color color) {
+        const int l = lvAddPointLight();
+        lvSetPointLightPosition(l, position.x, position.y, position.z);
+        lvSetPointLightColor(l, color.x, color.y, color.z);
+        lvSetPointLightDirection(l, 0, 0, -1);
+        lvSetPointLightInnerAngle(l, 180.0f);   // no spot ramp
+        return l;
+    }
+    // A fresh scene made by `build`, seen through one pixel looking straight
+    // down at (x, y); the pixel's value.
+    template <class Build>
+    Color pixelAt(float x, float y, Build build) {
+        restart();
+        build();
+        camera({x, y, 8}, {x, y, 0}, 0.05f, 1, 1);
+        return storedPixel(render(), 0);
+    }
+    // Row `row` of the image, red channel.
+    static std::vector<float> row(const ImageRecord& image, int y) {
+        std::vector<float> r;
+        for (int x = 0; x < image.width; ++x) r.push_back(storedPixel(image, y * image.width + x).x);
+        return r;
+    }
+    int occluder() {
+        const int s = shader(zero);
+        lvSetShaderVisibility(s, LV_VISIBILITY_NOT_CAMERA_PRIMARY);   // casts shadows, not seen
+        return s;
+    }
+};
+
+// A lambertian plane of albedo a under a point light of colour c at height
+// h: a c (u - o) / (1 - o) / d^2, u the cosine at the point and o the
+// terminator offset, so that the light fades out before grazing. A spot
+// scales this by its linear ramp between the inner and outer angles.
+TEST_F(DirectLight, PointAndSpotLightsFollowTheInverseSquareAndTheRamp) {
+    const float a = 0.5f, h = 2.0f, o = 0.1f;
+    auto lamp = [&](float inner, float outer) {
+        return [=, this] {
+            square(0.0f, 100.0f, shader(one * a));
+            const int light = pointLight({0, 0, h}, {4, 8, 12});
+            lvSetPointLightInnerAngle(light, inner), lvSetPointLightOuterAngle(light, outer);
+        };
+    };
+    for (float x : {0.0f, 1.0f, 4.0f, 15.0f, 25.0f}) {
+        const float d = std::sqrt(h * h + x * x), u = h / d;
+        const float expected = u > o ? a * (u - o) / (1.0f - o) / (d * d) : 0.0f;
+        EXPECT_NEAR(pixelAt(x, 0, lamp(180, 180)).y, 8.0f * expected, 0.002f * 8.0f * expected) << "x " << x;
+    }
+    // A spot from 20 to 40 degrees: full inside, half way at 30 degrees, none outside.
+    for (auto [degrees, spot] : {std::pair{10.0f, 1.0f}, {30.0f, 0.5f}, {35.0f, 0.25f}, {45.0f, 0.0f}}) {
+        const float x = h * std::tan(degrees * kDegree), d = std::hypot(h, x), u = h / d;
+        const float expected = spot * a * (u - o) / (1.0f - o) / (d * d);
+        EXPECT_NEAR(pixelAt(x, 0, lamp(20, 40)).x, 4.0f * expected, 0.01f * 4.0f * expected) << degrees << " degrees";
+    }
+}
+
+// A grey diffusion sends a sharp light's samples over the first-hit split,
+// which weighs by the plain cosine, without the terminator offset; a
+// parallel light gives a c (u - o) / (1 - o) on a single sample.
+TEST_F(DirectLight, SplitPathsAndParallelLights) {
+    const float u = 2.0f / std::sqrt(5.0f);
+    const Color diffused = pixelAt(1, 0, [this] {
+        const int wall = shader(one * 0.5f);
+        lvSetSurfaceColor(wall, 0, LV_ELEMENT_DIFFUSION, 0.001f, 0.001f, 0.001f);
+        square(0.0f, 100.0f, wall);
+        pointLight({0, 0, 2}, one);
+    });
+    EXPECT_NEAR(diffused.x, 0.5f * u / 5.0f, 0.02f * 0.5f * u / 5.0f);
+    const Color sunlit = pixelAt(0, 0, [this] {
+        square(0.0f, 100.0f, shader(one * 0.5f));
+        const int sun = lvAddParallelLight();
+        lvSetParallelLightDirection(sun, 0.6f, 0.0f, -0.8f);
+        lvSetParallelLightColor(sun, 2, 2, 2);
+    });
+    EXPECT_NEAR(sunlit.x, 0.5f * 2.0f * (0.8f - 0.1f) / 0.9f, 1e-4f);
+}
+
+// A square caster half way between the light and the floor throws a shadow
+// twice its size. Sheets with shadow_transparency 0.5 halve the light each.
+// A blurred light widens the penumbra with its radius.
+TEST_F(DirectLight, ShadowsHaveTheirShapeTransparencyAndPenumbra) {
+    auto scene = [&](float blur, Color transparency, int sheets) {
+        square(0.0f, 100.0f, shader(one));
+        const int caster = occluder();
+        lvSetSurfaceColor(caster, 0, LV_ELEMENT_SHADOW_TRANSPARENCY, transparency.x, transparency.y, transparency.z);
+        for (int k = 0; k < sheets; ++k) square(1.0f + 0.1f * float(k), 0.5f, caster);
+        const int light = pointLight({0, 0, 2.0f + 0.1f * float(sheets - 1)}, one * 4.0f);
+        lvSetPointLightBlur(light, blur);
+        lvSetPointLightSample(light, 64);
+        // The view spans x and y from -2 to 2 on the floor, 32 pixels.
+        camera({0, 0, 10}, {0, 0, 0}, 2.0f * std::atan(0.2f) / kDegree, 32, 4);
+        return render();
+    };
+    // Sharp: pixel centres at |x| < 1 and |y| < 1 lie in the shadow.
+    {
+        const ImageRecord& image = scene(0.0f, zero, 1);
+        for (int y = 0; y < 32; ++y)
+            for (int x = 0; x < 32; ++x) {
+                const float px = (float(x) + 0.5f) / 8.0f - 2.0f, py = (float(y) + 0.5f) / 8.0f - 2.0f;
+                const bool shadowed = std::fabs(px) < 0.95f && std::fabs(py) < 0.95f;
+                const bool lit = std::fabs(px) > 1.05f || std::fabs(py) > 1.05f;
+                const float v = storedPixel(image, y * 32 + x).x;
+                if (shadowed) {
+                    EXPECT_EQ(v, 0.0f) << x << ", " << y;
+                } else if (lit) {
+                    EXPECT_GT(v, 0.1f) << x << ", " << y;
+                }
+            }
+        restart();
+    }
+    // Transparency: the floor under the sheets keeps 1/2 and 1/4 of the light.
+    for (int sheets : {1, 2}) {
+        const ImageRecord& image = scene(0.0f, one * 0.5f, sheets);
+        const float h = 2.0f + 0.1f * float(sheets - 1), d = std::hypot(h, 1.0f / 16.0f), u = h / d;
+        const float lit = 4.0f * (u - 0.1f) / 0.9f / (d * d);
+        EXPECT_NEAR(storedPixel(image, 16 * 32 + 16).x, lit * std::ldexp(1.0f, -sheets), 0.02f * lit);
+        restart();
+    }
+    // The penumbra: pixels neither dark nor fully lit along the middle row.
+    auto penumbra = [&](float blur) {
+        const std::vector<float> r = row(scene(blur, zero, 1), 16);
+        const float full = r.front();
+        int count = 0;
+        for (float v : r) count += v > 0.05f * full && v < 0.9f * full;
+        restart();
+        return count;
+    };
+    const int narrow = penumbra(0.1f), wide = penumbra(0.4f);
+    EXPECT_GE(narrow, 1);
+    EXPECT_GT(wide, narrow + 2);
+}
+
+// A light with a link lights only the linked shaders: the other half of
+// the floor stays black. A link to unknown names lights everything.
+TEST_F(DirectLight, LinksChooseTheShadersALightReaches) {
+    auto halves = [this](bool linked, const char* name) {
+        return [=, this] {
+            const int left = shader(one), right = shader(one);
+            quad({-10, -10, 0}, {0, -10, 0}, {0, 10, 0}, {-10, 10, 0}, left);
+            quad({0, -10, 0}, {10, -10, 0}, {10, 10, 0}, {0, 10, 0}, right);
+            const int light = pointLight({0, 0, 2}, one);
+            if (linked) lvSetPointLightShaderLink(light, left);
+            if (name) registry.pointLights[0].link.names = {name};
+        };
+    };
+    EXPECT_GT(pixelAt(-0.5f, 0, halves(true, nullptr)).x, 0.1f);
+    EXPECT_EQ(pixelAt(0.5f, 0, halves(true, nullptr)).x, 0.0f);
+    EXPECT_GT(pixelAt(0.5f, 0, halves(false, "no such shader")).x, 0.1f);
+}
+
+// The gaffer stage prints the two counts, each with the size of the
+// parallel lights, and a rule.
+TEST_F(DirectLight, GafferReportsItsLights) {
+    for (int k = 0; k < 3; ++k) lvAddPointLight();
+    for (int k = 0; k < 2000; ++k) lvAddParallelLight();
+    char size[32];
+    std::snprintf(size, sizeof size, "%16.4f", double(float(2000 * sizeof(ParallelLight)) * kMegabytes));
+    const std::vector<std::string> lines = reportedLines(lvInitializeGaffer);
+    ASSERT_EQ(lines.size(), 4u);   // the rule ends with an empty line
+    EXPECT_EQ(lines[0], "parallel lights             2000 " + std::string(size) + " [ M bytes ]");
+    EXPECT_EQ(lines[1], "point    lights                3 " + std::string(size) + " [ M bytes ]");
+    EXPECT_EQ(lines[2], kRule);
+}
+
+}  // namespace
