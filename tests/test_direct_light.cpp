@@ -175,4 +175,51 @@ TEST_F(DirectLight, GafferReportsItsLights) {
     EXPECT_EQ(lines[2], kRule);
 }
 
+// Photons of a point light outside the scene leave within the cone that
+// holds the scene's sphere, from inside it over the whole sphere; a parallel
+// light's start on a disc of the sphere's size, one radius up the beam. The
+// powers of all photons add up to the light's photon power.
+TEST_F(DirectLight, PhotonsLeaveLightsTowardsTheScene) {
+    registry.sceneCenter = {1, 1, 1}, registry.sceneRadius = 2.0f;
+    const int n = 2000;
+    const int outside = lvAddPointLight(), inside = lvAddPointLight(), sun = lvAddParallelLight();
+    lvSetPointLightPosition(outside, 1, 1, 11), lvSetPointLightPosition(inside, 1, 1.5f, 1);
+    for (int l : {outside, inside}) {
+        lvSetPointLightPhoton(l, n), lvSetPointLightColor(l, 1, 2, 3);
+        lvSetPointLightInnerAngle(l, 180), lvSetPointLightOuterAngle(l, 180);
+    }
+    lvSetParallelLightDirection(sun, 0, 0, -1), lvSetParallelLightPhoton(sun, n), lvSetParallelLightColor(sun, 1, 2, 3);
+    quietly(lvInitializeGaffer);
+
+    const float cone = std::cos(std::atan2(2.0f, 10.0f));
+    EXPECT_FLOAT_EQ(registry.pointLights[0].coneCosine, cone);
+    const struct { const DeltaLight* light; Color power; } cases[] = {
+        {&registry.pointLights[0], Color{1, 2, 3} * (kTwoPi * (1.0f - cone))},
+        {&registry.pointLights[1], Color{1, 2, 3} * kFourPi},
+        {&registry.parallelLights[0], Color{1, 2, 3} * (kPi * 4.0f)},
+    };
+    for (int k = 0; k < 3; ++k) {
+        Color power = zero;
+        Vector mean = zero;
+        for (int i = 0; i < n; ++i) {
+            RayState ray = freshRay();
+            cases[k].light->emitPhoton(ray, uint64_t(i));
+            power += ray.power;
+            mean += ray.direction / float(n);
+            const Vector d = normalized(ray.direction);
+            if (k == 0) {
+                EXPECT_GE(-d.z, cone - 1e-5f) << i;
+            }
+            if (k == 2) {
+                EXPECT_FLOAT_EQ(ray.origin.z, 3.0f);
+                EXPECT_LE(std::hypot(ray.origin.x - 1.0f, ray.origin.y - 1.0f), 2.0f + 1e-5f);
+            }
+        }
+        EXPECT_NEAR(power.z, cases[k].power.z, 1e-3f * cases[k].power.z) << "light " << k;
+        if (k == 1) {
+            EXPECT_LT(std::sqrt(dot(mean, mean)), 0.02f);
+        }
+    }
+}
+
 }  // namespace
