@@ -80,7 +80,7 @@ TEST(TypedReaders, FailedValuesKeepTheirTargets) {
     EXPECT_EQ(text, "\"two");
 }
 
-TEST_F(SceneFile, DroppedBlocksKeepTheirNesting) {
+TEST_F(SceneFile, NestedBlocksNeverCloseTheirOuterBlock) {
     readScene(
         "stray words\nend\n"
         "shader\n surface_shader\n  lambertian\n   sampler\n   end\n  end\n end\nend\n"
