@@ -188,6 +188,13 @@ void compareCosts(int frames) {
 
     size_t hits = 0;
     const double closest = nanosecondsPerRay(cameraRays, [&](RayState& ray) { hits += intersectClosest(ray); });
+    std::printf("closest hit  %9.1f ns/ray over %zu camera rays (%zu hits in %d runs)\n", closest, cameraRays.size(), hits,
+                kCostRepeats);
+    if (shadowRays.empty()) {
+        finish(saved);
+        std::printf("shadow       no point or parallel light to send shadow rays to\n");
+        return;
+    }
     size_t index = 0;
     double passed = 0.0;
     const double shadow = nanosecondsPerRay(shadowRays, [&](RayState& ray) {
@@ -196,12 +203,9 @@ void compareCosts(int frames) {
         index = (index + 1) % lengths.size();
     });
     finish(saved);
-
-    std::printf("closest hit  %9.1f ns/ray over %zu camera rays (%zu hits in %d runs)\n", closest, cameraRays.size(), hits,
-                kCostRepeats);
     std::printf("shadow       %9.1f ns/ray over %zu shadow rays (mean transmittance %.3f)\n", shadow, shadowRays.size(),
-                shadowRays.empty() ? 0.0 : passed / (3.0 * kCostRepeats * double(shadowRays.size())));
-    if (closest > 0.0 && !shadowRays.empty())
+                passed / (3.0 * kCostRepeats * double(shadowRays.size())));
+    if (closest > 0.0)
         std::printf("cost ratio   %.2f x: a shadow ray costs that many closest-hit rays, on one thread\n", shadow / closest);
 }
 
