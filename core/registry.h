@@ -9,6 +9,7 @@
 #include "core/constants.h"
 #include "core/records.h"
 #include "geometry/object.h"
+#include "lights/geometry_light.h"
 #include "lights/lights.h"
 #include "shading/shader.h"
 
@@ -105,6 +106,8 @@ struct Registry {
 
     // Lights that exist once per scene.
     GeometryLightValues geometryLight;
+    std::vector<GeometryLightPoint> geometryLightPoints;
+    Distribution geometryLightDistribution;   // over geometryLightPoints, by power
     SkyLightValues skyLight;
     float skyLightTurbidity = 9.0f;
     float skyLightAlbedo = 0.2f;

@@ -7,15 +7,18 @@ namespace {
 
 float squared(Vector v) { return dot(v, v); }
 
-// A table row for the stratum; instance rows hand the pick on to their target.
-const SurfaceTableEntry& drawSurface(const Object& object, int i, int n, bool photons) {
+// A table row for the stratum; instance rows hand the pick on to their
+// target, and are listed in `chain` when the caller asks for them.
+const SurfaceTableEntry& drawSurface(const Object& object, int i, int n, bool photons,
+                                     std::vector<const Instance*>* chain) {
     const float u = (hardwareRandomFloat() + float(i)) / float(n);
     const std::vector<SurfaceTableEntry>& table = photons ? object.photonTable : object.lightTable;
     const Distribution& distribution = photons ? object.photonDistribution : object.lightDistribution;
     const SurfaceTableEntry& row = table[size_t(sample(distribution, u))];
     if (row.kind != kInstance) return row;
-    const Object& target = registry.objects[object.instances[row.index].target];
-    return drawSurface(target, i, n, photons);
+    const Instance& instance = object.instances[row.index];
+    if (chain) chain->push_back(&instance);
+    return drawSurface(registry.objects[instance.target], i, n, photons, chain);
 }
 
 }  // namespace
@@ -34,9 +37,10 @@ float tetragonArea(Vector p0, Vector p1, Vector p2, Vector p3) {
 }
 
 const SurfaceTableEntry& drawPhotonSurface(const Object& object, int i, int n) {
-    return drawSurface(object, i, n, true);
+    return drawSurface(object, i, n, true, nullptr);
 }
 
-const SurfaceTableEntry& drawLightSurface(const Object& object, int i, int n) {
-    return drawSurface(object, i, n, false);
+const SurfaceTableEntry& drawLightSurface(const Object& object, int i, int n,
+                                         std::vector<const Instance*>* chain) {
+    return drawSurface(object, i, n, false, chain);
 }

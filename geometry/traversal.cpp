@@ -79,14 +79,6 @@ struct SavedRay {
     uint64_t path;
 };
 
-// The chain of instances extended by one: a mix of the chain so far and the
-// instance's record, which tells apart chains that differ in any link or in
-// their order (a collision of the 64-bit mix is not a practical concern).
-inline uint64_t extendPath(uint64_t path, const Instance& instance) {
-    uint64_t x = (path ^ uint64_t(reinterpret_cast<uintptr_t>(&instance))) * 0x9E3779B97F4A7C15ull;
-    return x ^ (x >> 31);
-}
-
 inline SavedRay enterInstance(const Instance& instance, RayState& ray) {
     const SavedRay saved{ray.origin, ray.direction, ray.inverse_direction, ray.instance_path};
     ray.instance_path = extendPath(saved.path, instance);

@@ -9,6 +9,15 @@
 #include "core/records.h"
 #include "geometry/object.h"
 
+// The chain of instances extended by one, as the walks carry it in a ray's
+// `instance_path` from 0 at the root: a mix of the chain so far and the
+// instance's record, which tells apart chains that differ in any link or in
+// their order (a collision of the 64-bit mix is not a practical concern).
+inline uint64_t extendPath(uint64_t path, const Instance& instance) {
+    uint64_t x = (path ^ uint64_t(reinterpret_cast<uintptr_t>(&instance))) * 0x9E3779B97F4A7C15ull;
+    return x ^ (x >> 31);
+}
+
 // The normal matrices of the instances on the way to each thread's closest hit.
 extern InstanceStack instanceStacks[kMaxThreads];
 

@@ -224,6 +224,18 @@ LV_API int lvAddParallelLightAOV(int light);
 LV_API void lvSetParallelLightAOVChannel(int light, int aov, Channel channel);
 LV_API void lvSetParallelLightAOVName(int light, int aov, const char* name);
 
+/* The geometry light: all emissive surfaces together. Sample is the number of
+ * shadow samples per shading point (0: emission is found by rays alone).
+ * Links and AOVs as for point lights; an AOV's shader name limits it to the
+ * emission of that shader. */
+LV_API void lvSetGeometryLightSample(int sample);
+LV_API void lvSetGeometryLightPhoton(int photon);
+LV_API void lvSetGeometryLightShaderLink(int shader);
+LV_API int lvAddGeometryLightAOV(void);
+LV_API void lvSetGeometryLightAOVChannel(int aov, Channel channel);
+LV_API void lvSetGeometryLightAOVName(int aov, const char* name);
+LV_API void lvSetGeometryLightAOVShaderName(int aov, const char* name);
+
 #ifdef __cplusplus
 }
 #endif

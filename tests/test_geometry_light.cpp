@@ -1,0 +1,204 @@
+// The geometry light's point set: where the points lie, what they carry, how
+// they are weighted, and what the stage reports.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "core/stages.h"
+#include "geometry/traversal.h"
+#include "radiance_scene.h"
+
+namespace {
+
+constexpr size_t kPoints = size_t(kGeometryLightPoints);
+
+class GeometryLight : public RadianceScene {
+protected:
+    // An emitting shader of one layer, on the front unless told otherwise.
+    static int emitter(Color emission, Sideness side = LV_SIDENESS_FACE, bool photons = false) {
+        const int s = shader(zero, emission);
+        lvSetSurfaceSideness(s, 0, side);
+        lvSetSurfaceVirtualLight(s, 0, photons);
+        return s;
+    }
+    // One triangle as a part of its own in `object`, its front where a, b, c run counter-clockwise.
+    static void triangle(int object, Vector a, Vector b, Vector c, int s) {
+        const int part = lvAddPart(object);
+        const float xyz[9] = {a.x, a.y, a.z, b.x, b.y, b.z, c.x, c.y, c.z};
+        const int corners[3] = {0, 1, 2};
+        lvAddPositions(object, part, 3, xyz);
+        lvSetShaderID(object, part, s);
+        lvAddTriangles(object, part, 1, corners);
+    }
+    // The geometry light's report lines, after the stages it builds on.
+    static std::vector<std::string> prepare() {
+        quietly([] {
+            prepareShaders();
+            prepareAccelerator();
+        });
+        return reportedLines(prepareGeometryLight);
+    }
+    static const std::vector<GeometryLightPoint>& points() { return registry.geometryLightPoints; }
+
+    static void expectNear(Vector a, Vector b, float tolerance) {
+        EXPECT_NEAR(a.x, b.x, tolerance);
+        EXPECT_NEAR(a.y, b.y, tolerance);
+        EXPECT_NEAR(a.z, b.z, tolerance);
+    }
+
+    // A ray that comes to the point from the side it emits to hits the
+    // point's surface there, and names it as the point does.
+    static void expectRayFindsPoint(const GeometryLightPoint& point) {
+        RayState ray = freshRay();
+        ray.origin = point.position + point.normal * 0.5f;
+        // zero - n rather than -n: a direction component of -0 makes the
+        // closest-hit walk miss every box.
+        ray.direction = zero - point.normal;
+        ASSERT_TRUE(intersectClosest(ray));
+        expectNear(ray.origin + ray.direction * ray.t, point.position, 1e-4f);
+        EXPECT_EQ(ray.part, point.part);
+        EXPECT_EQ(ray.hit_path, point.path);
+        EXPECT_EQ(ray.primitive, point.primitive);
+        EXPECT_EQ(ray.kind, point.kind);
+        EXPECT_EQ(ray.front, point.side);
+    }
+};
+
+TEST_F(GeometryLight, OneTriangleTakesEveryPointStratifiedOverItsArea) {
+    triangle(object_, {0, 0, 0}, {2, 0, 0}, {0, 2, 0}, emitter({1, 2, 3}));
+    lvSetGeometryLightSample(4);
+    prepare();
+
+    EXPECT_NEAR(registry.geometryLight.totalArea, 2.0f, 1e-5f);
+    ASSERT_EQ(points().size(), kPoints);
+    const Color power = Color{1, 2, 3} * (2.0f / kPi);
+    // Cells of an 8 x 8 grid over the triangle's square; the cells wholly
+    // inside it each hold close to their share of the points.
+    int cells[8][8] = {};
+    for (const GeometryLightPoint& p : points()) {
+        ASSERT_TRUE(p.position.x >= 0.0f && p.position.y >= 0.0f && p.position.x + p.position.y <= 2.0f + 1e-5f);
+        ASSERT_EQ(p.position.z, 0.0f);
+        expectNear(p.power, power, 1e-5f);
+        expectNear(p.normal, {0, 0, 1}, 1e-6f);
+        EXPECT_NEAR(p.area, 2.0f, 1e-5f);
+        EXPECT_EQ(p.kind, kTriangle);
+        EXPECT_EQ(p.side, 1);
+        ++cells[std::min(7, int(p.position.x * 4.0f))][std::min(7, int(p.position.y * 4.0f))];
+    }
+    const float share = float(kPoints) / 32.0f;
+    for (int i = 0; i < 8; ++i)
+        for (int j = 0; i + j <= 6; ++j) EXPECT_NEAR(float(cells[i][j]), share, 0.04f * share) << i << " " << j;
+    expectRayFindsPoint(points()[1234]);
+    // Equal power, equal weight.
+    EXPECT_NEAR(probability(registry.geometryLightDistribution, 17), 1.0f / float(kPoints), 1e-9f);
+}
+
+TEST_F(GeometryLight, ABackEmitterTurnsItsPointsAgainstTheFaceNormal) {
+    triangle(object_, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, emitter({1, 1, 1}, LV_SIDENESS_BACK));
+    lvSetGeometryLightSample(1);
+    prepare();
+    ASSERT_EQ(points().size(), kPoints);
+    // Point 0 lies on an edge, where a ray along an axis grazes the box.
+    for (size_t i = 1; i < kPoints; i += 613) {
+        expectNear(points()[i].normal, {0, 0, -1}, 1e-6f);
+        expectRayFindsPoint(points()[i]);   // which also checks the side
+    }
+}
+
+// A quad of the root and a lamp reached through a moved and turned instance:
+// every point lies where a ray sees that surface, and is named as the ray names it.
+TEST_F(GeometryLight, QuadAndInstancedLampPointsLieWhereRaysSeeThem) {
+    square(0.0f, 1.0f, emitter({1, 1, 1}));
+    const int lamp = lvAddObject();
+    triangle(lamp, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, emitter({4, 4, 4}, LV_SIDENESS_FACE));
+    float move[3][4] = {{1, 0, 0, 5}, {0, 0, -1, 0}, {0, 1, 0, 2}};   // a quarter turn about x, then moved
+    lvSetInstance(object_, lvAddInstance(object_), lamp, move);
+    lvSetGeometryLightSample(1);
+    prepare();
+
+    EXPECT_NEAR(registry.geometryLight.totalArea, 4.0f + 0.5f, 1e-5f);
+    ASSERT_EQ(points().size(), kPoints);
+    size_t onLamp = 0;
+    for (size_t i = 0; i < kPoints; ++i) {
+        const GeometryLightPoint& p = points()[i];
+        if (p.kind == kTriangle) {
+            ++onLamp;
+            EXPECT_NEAR(p.area, 0.5f, 1e-6f);
+            EXPECT_TRUE(p.position.x >= 5.0f && p.position.z >= 2.0f) << p.position.x << " " << p.position.z;
+            expectNear(p.normal, {0, -1, 0}, 1e-5f);
+        } else {
+            EXPECT_NEAR(p.area, 4.0f, 1e-5f);
+        }
+        if (i % 97 == 1) expectRayFindsPoint(p);
+    }
+    // Points follow the area: the lamp holds a ninth of the emissive area.
+    EXPECT_NEAR(float(onLamp), float(kPoints) / 9.0f, 2.0f);
+}
+
+// The emission image is black over the left half of the quad: those points
+// have no power and no weight, and no draw of the distribution lands on them.
+TEST_F(GeometryLight, PointsOnBlackEmissionAreNeverSampled) {
+    ImageRecord image;
+    image.name = path("half.pfm");
+    SizeImage(image, 64, 1, 3, 32, false);
+    for (int x = 0; x < 64; ++x) StorePixel(image, x, x < 32 ? zero : one);
+    writeImage(image);
+    const int s = emitter({1, 1, 1});
+    lvSetSurfaceImage(s, 0, LV_ELEMENT_EMISSIVE, image.name.c_str(), 1.0f, nullptr, nullptr);
+    quad({0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, s);
+    const float uv[8] = {0, 0, 1, 0, 1, 1, 0, 1};
+    lvAddUVs(object_, faces_, 4, uv);
+    lvSetGeometryLightSample(1);
+    prepare();
+
+    ASSERT_EQ(points().size(), kPoints);
+    const Distribution& d = registry.geometryLightDistribution;
+    int dark = 0;
+    for (size_t i = 0; i < kPoints; ++i) {
+        const GeometryLightPoint& p = points()[i];
+        if (p.position.x < 0.45f) {
+            ++dark;
+            EXPECT_EQ(p.power, zero);
+            EXPECT_EQ(probability(d, int(i)), 0.0f);
+        } else if (p.position.x > 0.55f && p.position.x < 0.95f) {
+            EXPECT_GT(probability(d, int(i)), 0.0f);
+        }
+    }
+    EXPECT_GT(dark, int(kPoints) / 3);
+    for (int k = 0; k < 50000; ++k) {
+        const GeometryLightPoint& p = points()[size_t(sample(d, (float(k) + 0.5f) / 50000.0f))];
+        ASSERT_GT(p.power.x, kCutoff) << k;
+    }
+}
+
+TEST_F(GeometryLight, SampleZeroMakesNoPoints) {
+    triangle(object_, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, emitter({1, 1, 1}));
+    lvSetGeometryLightSample(0);
+    prepare();
+    EXPECT_TRUE(points().empty());
+    EXPECT_EQ(registry.geometryLight.sample, 0);
+    EXPECT_NEAR(registry.geometryLight.totalArea, 0.5f, 1e-6f);
+}
+
+// The area line shows the photon-emitting area; the photon count sets the
+// power of one photon, and with no photon-emitting face no photon is cast.
+TEST_F(GeometryLight, ReportAndPhotonPower) {
+    triangle(object_, {0, 0, 0}, {2, 0, 0}, {0, 2, 0}, emitter({1, 1, 1}, LV_SIDENESS_FACE, true));
+    lvSetGeometryLightSample(8);
+    lvSetGeometryLightPhoton(1000);
+    EXPECT_EQ(prepare(), (std::vector<std::string>{"geometry light area             2.0000 [ m x m ]",
+                                                   "geometry light sample                8 [ n/a ]", kRule, ""}));
+    expectNear(registry.geometryLight.photonPower, {0.002f, 0.002f, 0.002f}, 1e-8f);
+    releaseGeometryLight();
+    EXPECT_TRUE(points().empty());
+    EXPECT_EQ(registry.geometryLight.sample, 0);
+
+    restart();
+    triangle(object_, {0, 0, 0}, {2, 0, 0}, {0, 2, 0}, emitter({1, 1, 1}));
+    lvSetGeometryLightSample(8);
+    EXPECT_EQ(prepare()[0], "geometry light area             0.0000 [ m x m ]");
+    EXPECT_EQ(registry.geometryLight.photon, 0);
+    EXPECT_EQ(points().size(), kPoints);
+}
+
+}  // namespace
