@@ -24,17 +24,6 @@ void frameAround(float frame[9], Vector axis) {
     frame[3] = -b * axis.x, frame[4] = 1.0f - b * axis.y, frame[5] = -axis.y;
 }
 
-// Light AOVs take the size of the camera that will render.
-void sizeAovs(std::vector<Aov>& aovs) {
-    if (registry.cameras.empty()) return;
-    const Camera& camera = registry.cameras[size_t(registry.currentCamera)];
-    for (Aov& aov : aovs) {
-        aov.width = camera.width;
-        aov.height = camera.height;
-        SizeImage(aov.image, camera.width, camera.height, 3, 32, false);
-    }
-}
-
 bool airScatters() {
     const Color a = registry.skyLight.medium.albedo;
     return a.x > kCutoff || a.y > kCutoff || a.z > kCutoff;
@@ -68,6 +57,17 @@ void prepareParallelLight(ParallelLight& light, float radius) {
 }
 
 }  // namespace
+
+// Light AOVs take the size of the camera that will render.
+void sizeAovs(std::vector<Aov>& aovs) {
+    if (registry.cameras.empty()) return;
+    const Camera& camera = registry.cameras[size_t(registry.currentCamera)];
+    for (Aov& aov : aovs) {
+        aov.width = camera.width;
+        aov.height = camera.height;
+        SizeImage(aov.image, camera.width, camera.height, 3, 32, false);
+    }
+}
 
 void prepareGaffer() {
     for (PointLight& light : registry.pointLights)

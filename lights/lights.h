@@ -10,6 +10,9 @@
 
 #include "core/records.h"
 
+// Sizes a light's AOV images to the camera that will render.
+void sizeAovs(std::vector<Aov>& aovs);
+
 // The shaders a light reaches. Indices come from the exported link setters
 // and from the names of `link` blocks, resolved at preparation; an empty
 // index list lights everything.
