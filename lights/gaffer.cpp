@@ -58,7 +58,6 @@ void prepareParallelLight(ParallelLight& light, float radius) {
 
 }  // namespace
 
-// Light AOVs take the size of the camera that will render.
 void sizeAovs(std::vector<Aov>& aovs) {
     if (registry.cameras.empty()) return;
     const Camera& camera = registry.cameras[size_t(registry.currentCamera)];

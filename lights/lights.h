@@ -10,9 +10,6 @@
 
 #include "core/records.h"
 
-// Sizes a light's AOV images to the camera that will render.
-void sizeAovs(std::vector<Aov>& aovs);
-
 // The shaders a light reaches. Indices come from the exported link setters
 // and from the names of `link` blocks, resolved at preparation; an empty
 // index list lights everything.
@@ -25,6 +22,9 @@ struct ShaderLink {
 void resolveLink(ShaderLink& link);
 // True when the link lets the light reach `shader`.
 bool linkAllows(const ShaderLink& link, uint32_t shader);
+
+// Gives light AOVs the size of the camera that will render.
+void sizeAovs(std::vector<Aov>& aovs);
 
 // What point and parallel lights share, in this order.
 struct DeltaLight {
