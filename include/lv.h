@@ -236,6 +236,22 @@ LV_API void lvSetGeometryLightAOVChannel(int aov, Channel channel);
 LV_API void lvSetGeometryLightAOVName(int aov, const char* name);
 LV_API void lvSetGeometryLightAOVShaderName(int aov, const char* name);
 
+/* The sky light: a constant colour, or an image in longitude and latitude
+ * multiplied by the colour, turned by the north and zenith directions
+ * (north is kept, zenith is made orthogonal to it). The backdrop is seen by
+ * camera rays only. Links and AOVs as for point lights. */
+LV_API void lvSetSkyLightColor(float x, float y, float z);
+LV_API void lvSetSkyLightNorth(float x, float y, float z);
+LV_API void lvSetSkyLightZenith(float x, float y, float z);
+LV_API void lvSetSkyLightSample(int sample);
+LV_API void lvSetSkyLightPhoton(int photon);
+LV_API void lvSetSkyLightShaderLink(int shader);
+LV_API void lvSetSkyLightImage(const char* file);
+LV_API void lvSetSkyLightBackdrop(const char* file);
+LV_API int lvAddSkyLightAOV(void);
+LV_API void lvSetSkyLightAOVChannel(int aov, Channel channel);
+LV_API void lvSetSkyLightAOVName(int aov, const char* name);
+
 #ifdef __cplusplus
 }
 #endif

@@ -4,6 +4,7 @@
 
 #include "core/constants.h"
 #include "core/registry.h"
+#include "lights/sky_light.h"
 #include "lv.h"
 #include "render/child_ray.h"
 #include "shading/images.h"
@@ -61,10 +62,6 @@ uint32_t lobeChannel(uint8_t lobe) {
 
 }  // namespace
 
-Color skyRadiance(Vector) { return registry.skyLight.color; }
-
-Color skyLookup(const RayState& ray) { return skyRadiance(ray.direction); }
-
 float emissionWeight(const RayState& ray, const HitRecord& hit) {
     const GeometryLightValues& light = registry.geometryLight;
     const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
@@ -108,7 +105,7 @@ Color emission(const RayState& ray, const HitRecord& hit) {
 }
 
 Color missRadiance(const RayState& ray) {
-    const Color s = skyLookup(ray);
+    const Color s = skyRadianceForRay(ray);
     Color result = s;
     const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
     if (registry.skyLight.sample != 0 && bounces != 0 && ((ray.lobe & 0xFEu) == 2 || ray.lobe == 4) && outsideBody(ray))

@@ -5,11 +5,6 @@
 
 #include "core/records.h"
 
-// The sky's own radiance along a direction: its image or its colour.
-Color skyRadiance(Vector direction);
-// What a ray sees of the sky when it leaves the scene.
-Color skyLookup(const RayState& ray);
-
 // Emission at a shaded hit, Fresnel-weighted like a diffuse layer.
 Color emission(const RayState& ray, const HitRecord& hit);
 // The radiance of a ray that hit nothing.

@@ -1,0 +1,132 @@
+// The sky's cube: the warped parametrisation of its six faces, texel codes,
+// and the bake of the sky image into RGBE texels with their distribution.
+#include <algorithm>
+#include <cmath>
+
+#include "core/constants.h"
+#include "core/exponent.h"
+#include "core/registry.h"
+#include "lights/sky_light.h"
+#include "shading/images.h"
+
+std::vector<uint32_t> skyCube[6];
+
+namespace {
+
+Distribution cubeDistribution;
+
+// The warp of one cube coordinate a (in -128..128): with a' = a / 128 and
+// g = sin(a' pi / 6), g / sqrt(0.5 - g^2). It is 1 at a' = 1 and evens out
+// the solid angles of the texels across a face.
+inline float warp(float a) {
+    const float g = std::sin(a / 128.0f * (kPi / 6.0f));
+    return g / guardedLength(0.5f - g * g);
+}
+
+// The inverse of the warp on a coordinate already divided by the dominant
+// one, giving a' in -1..1.
+inline float unwarp(float q) {
+    const float r = q / guardedLength(2.0f + 2.0f * q * q);
+    return (6.0f / kPi) * std::asin(std::clamp(r, -1.0f, 1.0f));
+}
+
+// The direction of a face from the warped values of A = 128 - s and
+// B = 128 - t and of the face's fixed coordinate (+128 warps to `plus`,
+// -128 to `minus`).
+inline Vector faceDirection(int face, float wa, float wb, float plus, float minus) {
+    switch (face) {
+    case 0: return normalized({plus, wb, wa});
+    case 1: return normalized({-wa, wb, plus});
+    case 2: return normalized({minus, wb, -wa});
+    case 3: return normalized({wa, wb, minus});
+    case 4: return normalized({wa, plus, wb});
+    default: return normalized({-wa, minus, wb});
+    }
+}
+
+}  // namespace
+
+const Distribution& skyDistribution() { return cubeDistribution; }
+
+Vector cubeDirection(int face, float s, float t) {
+    return faceDirection(face, warp(128.0f - s), warp(128.0f - t), warp(128.0f), warp(-128.0f));
+}
+
+uint32_t cubeTexelOf(Vector d) {
+    const float ax = std::fabs(d.x), ay = std::fabs(d.y), az = std::fabs(d.z);
+    uint32_t face;
+    float s, t;
+    if (az > std::fmax(ax, ay)) {
+        const float a = d.x / az, b = d.y / az;
+        face = d.z > 0.0f ? 1 : 3;
+        t = 1.0f - unwarp(b);
+        s = d.z > 0.0f ? unwarp(a) + 1.0f : 1.0f - unwarp(a);
+    } else if (ay > ax) {
+        const float a = d.x / ay, c = d.z / ay;
+        face = d.y > 0.0f ? 4 : 5;
+        t = 1.0f - unwarp(c);
+        s = d.y > 0.0f ? 1.0f - unwarp(a) : unwarp(a) + 1.0f;
+    } else {
+        const float b = d.y / ax, c = d.z / ax;
+        face = d.x > 0.0f ? 0 : 2;
+        t = 1.0f - unwarp(b);
+        s = d.x > 0.0f ? 1.0f - unwarp(c) : unwarp(c) + 1.0f;
+    }
+    // NaN coordinates (a zero direction) fall to texel 0.
+    const uint32_t x = uint32_t(std::clamp(int(s * 128.0f), 0, 255));
+    const uint32_t y = uint32_t(std::clamp(int(t * 128.0f), 0, 255));
+    return face << 16 | y << 8 | x;
+}
+
+Color cubeTexelColor(uint32_t code) {
+    const uint32_t p = skyCube[code >> 16][code & 0xFFFFu];
+    const uint32_t e = p >> 24;
+    if (e == 0) return zero;
+    const float scale = exponentTable[e];
+    return {float(p & 255u) * scale, float((p >> 8) & 255u) * scale, float((p >> 16) & 255u) * scale};
+}
+
+bool bakeSkyCube() {
+    // Texels are averaged over 4 x 4 sub-positions, so a face coordinate
+    // takes 1024 values; their warps are shared by all texels and faces.
+    static float warped[4 * kCubeFaceSize];
+    for (int i = 0; i < 4 * kCubeFaceSize; ++i) warped[i] = warp(128.0f - float(i) * 0.25f);
+    const float plus = warp(128.0f), minus = warp(-128.0f);
+
+    for (std::vector<uint32_t>& face : skyCube) face.resize(kCubeFaceTexels);
+    initializeDistribution(cubeDistribution, kCubeTexels);
+
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int face = 0; face < 6; ++face) {
+        uint32_t* texels = skyCube[face].data();
+        for (int y = 0; y < kCubeFaceSize; ++y)
+            for (int x = 0; x < kCubeFaceSize; ++x) {
+                Color sum = zero;
+                for (int sy = 0; sy < 4; ++sy)
+                    for (int sx = 0; sx < 4; ++sx) {
+                        const Vector d = faceDirection(face, warped[4 * x + sx], warped[4 * y + sy], plus, minus);
+                        sum += skyRadiance(d);
+                    }
+                const Color average = sum * 0.0625f;
+                const int index = face * kCubeFaceTexels + y * kCubeFaceSize + x;
+                texels[y * kCubeFaceSize + x] = packRgbe(average);
+                setWeight(cubeDistribution, index, largestChannel(average));
+            }
+    }
+
+    // An all-black sky cannot be normalised; it keeps no distribution.
+    if (std::none_of(cubeDistribution.pdf.begin(), cubeDistribution.pdf.end(), [](float w) { return w > 0.0f; })) {
+        releaseDistribution(cubeDistribution);
+        cubeDistribution = {};
+        return false;
+    }
+    finishDistribution(cubeDistribution);
+    return true;
+}
+
+void releaseSkyCube() {
+    releaseDistribution(cubeDistribution);
+    cubeDistribution = {};
+    // The faces keep their storage for the next bake.
+    for (std::vector<uint32_t>& face : skyCube) face.clear();
+}

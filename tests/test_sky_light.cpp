@@ -1,0 +1,259 @@
+// The sky light: the cube's parametrisation and its inverse, the bake and
+// its distribution (checked by drawing directions from it), the stage's
+// rules and report, and what rays see of the sky.
+#include <cmath>
+#include <functional>
+#include <random>
+
+#include "core/constants.h"
+#include "core/stages.h"
+#include "lights/sky_light.h"
+#include "scene_fixture.h"
+#include "shading/images.h"
+
+namespace {
+
+class SkyLight : public SceneTest {
+protected:
+    void SetUp() override {
+        SceneTest::SetUp();
+        registry.sceneRadius = 2.0f;
+    }
+    // A float image already in memory, so that the stage finds it loaded.
+    static ImageRecord image(int width, int height, const std::function<Color(float u, float v)>& f) {
+        ImageRecord record;
+        SizeImage(record, width, height, 3, 32, false);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                StorePixel(record, y * width + x, f((float(x) + 0.5f) / float(width), (float(y) + 0.5f) / float(height)));
+        record.name = "memory";
+        record.loaded = 1;
+        return record;
+    }
+    static void prepare() { quietly(prepareSkyLight); }
+};
+
+// Area of the spherical triangle of three unit vectors.
+double triangleArea(Vector a, Vector b, Vector c) {
+    const double numerator = std::fabs(double(dot(a, cross(b, c))));
+    return 2.0 * std::atan2(numerator, 1.0 + double(dot(a, b)) + double(dot(b, c)) + double(dot(c, a)));
+}
+// Solid angle of the cube patch [s, s + h] x [t, t + h] of a face. Lines of
+// constant s or t are great circles, so the patch is a spherical quad.
+double patchArea(int face, float s, float t, float h) {
+    const Vector a = cubeDirection(face, s, t), b = cubeDirection(face, s + h, t);
+    const Vector c = cubeDirection(face, s + h, t + h), d = cubeDirection(face, s, t + h);
+    return triangleArea(a, b, c) + triangleArea(a, c, d);
+}
+
+TEST(SkyCube, FacesPointAlongTheAxesAndTexelOfInvertsDirection) {
+    const Vector centres[6] = {{1, 0, 0}, {0, 0, 1}, {-1, 0, 0}, {0, 0, -1}, {0, 1, 0}, {0, -1, 0}};
+    for (int face = 0; face < 6; ++face) {
+        const Vector c = cubeDirection(face, 128.0f, 128.0f);
+        EXPECT_NEAR(dot(c, centres[face]), 1.0f, 1e-6f) << face;
+        int misses = 0;
+        for (uint32_t y = 0; y < 256; ++y)
+            for (uint32_t x = 0; x < 256; ++x) {
+                const uint32_t code = uint32_t(face) << 16 | y << 8 | x;
+                misses += cubeTexelOf(cubeDirection(face, float(x) + 0.5f, float(y) + 0.5f)) != code;
+            }
+        EXPECT_EQ(misses, 0) << face;
+    }
+    // The corners of the cube and the edges, where two faces meet, stay in range.
+    EXPECT_EQ(cubeTexelOf(normalized({1, 1, 1})) >> 16, 0u);   // ties go to x, then y
+    EXPECT_EQ(cubeTexelOf({-1, 0, 0}), 2u << 16 | 128u << 8 | 128u);
+}
+
+// The warp makes texels nearly, not exactly, equal: the six faces tile the
+// sphere once, and no texel departs from 4 pi / 393216 by more than the
+// warp's -10 % to +21 %. The lights take 4 pi / 393216 as every texel's
+// solid angle, so this bounds the error of that assumption.
+TEST(SkyCube, TexelsTileTheSphereWithNearlyEqualSolidAngles) {
+    const double ideal = 4.0 * kPi / kCubeTexels;
+    double total = 0.0, smallest = 1e9, largest = 0.0;
+    for (int face = 0; face < 6; ++face)
+        for (int y = 0; y < 256; ++y)
+            for (int x = 0; x < 256; ++x) {
+                const double a = patchArea(face, float(x), float(y), 1.0f) / ideal;
+                total += a, smallest = std::min(smallest, a), largest = std::max(largest, a);
+            }
+    EXPECT_NEAR(total / kCubeTexels, 1.0, 1e-4);
+    EXPECT_GT(smallest, 0.90);
+    EXPECT_LT(largest, 1.21);
+}
+
+TEST_F(SkyLight, ConstantImageBakesAFlatDistributionAndItsColour) {
+    registry.skyLight.image = image(16, 8, [](float, float) { return Color{0.5f, 1.0f, 0.25f}; });
+    prepare();
+    const Distribution& d = skyDistribution();
+    ASSERT_EQ(d.count, kCubeTexels);
+    float lo = 1.0f, hi = 0.0f;
+    for (float p : d.pdf) lo = std::min(lo, p), hi = std::max(hi, p);
+    EXPECT_NEAR(lo * kCubeTexels, 1.0f, 1e-5f);
+    EXPECT_NEAR(hi * kCubeTexels, 1.0f, 1e-5f);
+    // Colour 0.75 times the image; RGBE keeps 8 bits of the largest channel.
+    for (uint32_t code : {0u, 1u << 16 | 77u << 8 | 3u, 5u << 16 | 255u << 8 | 255u}) {
+        const Color c = cubeTexelColor(code);
+        EXPECT_NEAR(c.x, 0.375f, 0.004f);
+        EXPECT_NEAR(c.y, 0.75f, 0.004f);
+        EXPECT_NEAR(c.z, 0.1875f, 0.004f);
+    }
+    EXPECT_EQ(registry.skyLight.sample, 64);
+}
+
+// Directions drawn as the lights draw them (a texel from the distribution,
+// a uniform point in it, its cube direction) are binned in latitude and
+// longitude and compared with the counts that the texels' probabilities
+// give. The image is a gradient with a bright sun disc, turned by a tilted
+// frame so that the sun sits off every axis. (Counts from the density
+// 393216 p / 4 pi per steradian would differ by up to a tenth per bin: that
+// density takes every texel's solid angle as equal, which the test of the
+// tiling bounds.)
+TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
+    registry.skyLight.image = image(128, 64, [](float u, float v) {
+        const float du = u - 0.3f, dv = (v - 0.25f) * 0.5f;
+        const float sun = du * du + dv * dv < 0.0016f ? 100.0f : 0.0f;
+        return Color{0.2f + v + sun, 0.3f + 0.5f * u + sun, 1.0f - 0.8f * v + sun};
+    });
+    lvSetSkyLightNorth(0.2f, 1.0f, 0.1f);
+    lvSetSkyLightZenith(0.3f, 0.0f, 1.0f);
+    prepare();
+    const Distribution& d = skyDistribution();
+    ASSERT_EQ(d.count, kCubeTexels);
+
+    constexpr int kRows = 12, kColumns = 24, kBins = kRows * kColumns;
+    auto bin = [](Vector v) {
+        const int row = std::min(kRows - 1, int(std::acos(std::clamp(v.z, -1.0f, 1.0f)) / kPi * kRows));
+        const int column = std::min(kColumns - 1, int((std::atan2(v.y, v.x) + kPi) / kTwoPi * kColumns));
+        return row * kColumns + column;
+    };
+    // Expected shares: each texel's probability spread over 4 x 4 equal
+    // parts of its square, as a uniform point in it falls.
+    std::vector<double> expected(kBins, 0.0);
+    for (int code = 0; code < kCubeTexels; ++code) {
+        const float p = probability(d, code);
+        if (p == 0.0f) continue;
+        const int face = code >> 16, y = (code >> 8) & 255, x = code & 255;
+        for (int j = 0; j < 4; ++j)
+            for (int i = 0; i < 4; ++i)
+                expected[size_t(bin(cubeDirection(face, float(x) + (float(i) + 0.5f) * 0.25f,
+                                                  float(y) + (float(j) + 0.5f) * 0.25f)))] += p / 16.0;
+    }
+
+    constexpr int kDraws = 1000000;
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> uniform(0.0f, 1.0f);
+    std::vector<int> counts(kBins, 0);
+    double sunShare = 0.0;
+    for (int n = 0; n < kDraws; ++n) {
+        const int code = sample(d, uniform(random));
+        const Vector v = cubeDirection(code >> 16, float(code & 255) + uniform(random), float((code >> 8) & 255) + uniform(random));
+        ++counts[size_t(bin(v))];
+        sunShare += largestChannel(skyRadiance(v)) > 50.0f;
+    }
+    double chi2 = 0.0;
+    int dof = -1;
+    for (int b = 0; b < kBins; ++b) {
+        const double e = expected[size_t(b)] * kDraws;
+        if (e < 5.0) continue;
+        chi2 += (counts[size_t(b)] - e) * (counts[size_t(b)] - e) / e;
+        ++dof;
+    }
+    EXPECT_LT(chi2, dof + 5.0 * std::sqrt(2.0 * dof)) << "dof " << dof;
+    // The sun holds a small solid angle but a large share of the draws.
+    EXPECT_GT(sunShare / kDraws, 0.3);
+}
+
+TEST_F(SkyLight, FrameKeepsNorthAndStraightensZenith) {
+    lvSetSkyLightNorth(0.0f, 2.0f, 0.0f);
+    lvSetSkyLightZenith(0.0f, 0.6f, 0.8f);
+    prepare();
+    const float* f = registry.skyLight.frame;
+    const float* g = registry.skyLight.inverseFrame;
+    const float expected[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_NEAR(f[i], expected[i], 1e-6f) << i;
+        EXPECT_EQ(g[i], f[3 * (i % 3) + i / 3]) << i;
+    }
+    // The sun direction is normalised and the photon power covers the
+    // scene's bounding sphere from all sides.
+    EXPECT_NEAR(dot(registry.sunDirection, registry.sunDirection), 1.0f, 1e-6f);
+    EXPECT_NEAR(registry.skyLight.photonPower.y, 4.0f * kFourPi, 1e-4f);
+}
+
+TEST_F(SkyLight, BlackSkySwitchesSamplingAndPhotonsOff) {
+    // A black colour, whatever the image.
+    registry.skyLight.image = image(4, 2, [](float, float) { return one; });
+    lvSetSkyLightColor(0, 0, 0);
+    prepare();
+    EXPECT_EQ(registry.skyLight.sample, 0);
+    EXPECT_EQ(registry.skyLight.photon, 0);
+    EXPECT_EQ(skyDistribution().count, 0);
+    quietly(releaseSkyLight);
+
+    // A black image under a bright colour.
+    registry.skyLight.image = image(4, 2, [](float, float) { return zero; });
+    prepare();
+    EXPECT_EQ(registry.skyLight.sample, 0);
+    EXPECT_EQ(registry.skyLight.photon, 0);
+    EXPECT_TRUE(skyDistribution().pdf.empty());
+}
+
+// A missing image prints its error, leaves a constant sky that photons still
+// leave, and reports a size of 0. A loaded 64 x 32 float image reports its
+// size and 6316040 bytes: the image (64 x 32 x 12), the distribution's three
+// arrays (393217 + 393216 + 393217 entries of 4 bytes) and the six faces
+// (393216 texels of 4 bytes).
+TEST_F(SkyLight, ReportGivesMapSizeAndMemory) {
+    lvSetSkyLightImage("nowhere.hdr");
+    EXPECT_EQ(reportedLines(prepareSkyLight),
+              (std::vector<std::string>{"error :( \timage - nowhere.hdr\tcannot be found", kRule, "",
+                                        "sky light map width                   0 [ n/a ]",
+                                        "sky light map height                  0 [ n/a ]",
+                                        "sky light memory                 0.0000 [ M bytes ]", kRule, ""}));
+    EXPECT_EQ((std::vector<int>{registry.skyLight.sample, registry.skyLight.photon}), (std::vector<int>{0, 1000000}));
+    EXPECT_EQ(skyRadiance({0, 0, 1}), (Color{0.75f, 0.75f, 0.75f}));
+    quietly(releaseSkyLight);
+
+    registry.skyLight.image = image(64, 32, [](float u, float) { return Color{u, u, u}; });
+    EXPECT_EQ(reportedLines(prepareSkyLight),
+              (std::vector<std::string>{"sky light map width                  64 [ n/a ]",
+                                        "sky light map height                 32 [ n/a ]",
+                                        "sky light memory                 6.0234 [ M bytes ]", kRule, ""}));
+    // Release empties the faces but keeps their storage for the next bake.
+    quietly(releaseSkyLight);
+    EXPECT_TRUE(skyCube[0].empty());
+    EXPECT_GE(skyCube[0].capacity(), size_t(kCubeFaceTexels));
+}
+
+// Camera rays see the backdrop; every other ray sees the sky: its colour
+// without an image, the exact image on a mirror-like path, the cube after a
+// diffuse or glossy bounce.
+TEST_F(SkyLight, BackdropAtDepthZeroThenColourImageOrCube) {
+    Camera camera = defaultCamera();
+    camera.width = 4, camera.height = 2;
+    registry.cameras.push_back(camera);
+    registry.skyLight.backdrop = image(4, 2, [](float u, float v) { return Color{u, v, 7.0f}; });
+    registry.skyLight.color = {1.0f, 2.0f, 3.0f};
+    prepare();
+
+    RayState ray = freshRay();
+    ray.direction = {0, 0, 1};
+    registry.threadPixelIndex[0] = 1 * 4 + 3;   // column 3, row 1
+    EXPECT_EQ(skyRadianceForRay(ray), (Color{0.875f, 0.75f, 7.0f}));
+    ray.depth = 1;
+    EXPECT_EQ(skyRadianceForRay(ray), (Color{1.0f, 2.0f, 3.0f}));   // a backdrop does not light
+    quietly(releaseSkyLight);
+
+    // An image that is bright only near the zenith (v = 0).
+    registry.skyLight.image = image(64, 32, [](float, float v) { return v < 0.1f ? Color{4, 4, 4} : Color{1, 1, 1}; });
+    prepare();
+    ray.depth = 1;
+    EXPECT_NEAR(skyRadianceForRay(ray).x, 3.0f, 1e-5f);   // the image times 0.75
+    ray.diffuse_bounces = 1;
+    const Color cube = skyRadianceForRay(ray);
+    EXPECT_EQ(cube, cubeTexelColor(cubeTexelOf(ray.direction)));
+    EXPECT_NEAR(cube.x, 3.0f, 0.02f);
+}
+
+}  // namespace
