@@ -4,8 +4,11 @@
 #include <cmath>
 
 #include "core/constants.h"
+#include "core/random.h"
 #include "core/registry.h"
+#include "lights/geometry_light.h"
 #include "lights/lights.h"
+#include "lights/sky_light.h"
 #include "render/occlusion.h"
 #include "shading/hair_scattering.h"
 #include "shading/lobes.h"
@@ -98,27 +101,26 @@ LobeBundle deltaSample(const LightContext& c, SampleOrigin& origin, Vector l, fl
     return b;
 }
 
-// The samples of one light: split over the frames at the first hit when the
-// light is blurred or the hit diffuses, else one sample below the bounce
-// budget. `sample(index, origin, split)` takes one.
+// The samples of one light of budget `budget`: split over the frames at the
+// first hit when `spread` (a light with an extent) or the hit diffuses, else
+// one sample below the bounce budget. `sample(index, origin, total)` takes
+// one; `total` is the split's count, or 0 for a single sample.
 template <typename Sample>
-LobeBundle sampleLight(const LightContext& c, const DeltaLight& light, bool blurred, Sample sample) {
+LobeBundle sampleLight(const LightContext& c, int budget, bool spread, Sample sample) {
     LobeBundle sum;
-    if (!linkAllows(light.link, c.ray.shader)) return sum;
     DiffusionPoint point;
     SampleOrigin origin;
-    if (c.bounces == 0 && (blurred || c.diffusion)) {
-        const Split split = lightBudget(c, light.sample);
+    if (c.bounces == 0 && (spread || c.diffusion)) {
+        const Split split = lightBudget(c, budget);
         const uint32_t step = cameraSample();
         uint32_t index = registry.pass_index;
         for (uint32_t k = 0; k < split.perFrame; ++k) {
-            if (sampleOrigin(c, point, origin)) sum += sample(index, origin, true);
+            if (sampleOrigin(c, point, origin)) sum += sample(index, origin, split.total);
             index = (index + step) & 0xFFFFu;
         }
         return sum * (float(step) / float(split.total));
     }
-    if (c.bounces < registry.bounce && sampleOrigin(c, point, origin))
-        sum = sample(c.ray.sample_index, origin, false);
+    if (c.bounces < registry.bounce && sampleOrigin(c, point, origin)) sum = sample(c.ray.sample_index, origin, 0u);
     return sum;
 }
 
@@ -128,7 +130,8 @@ inline void lightNumbers(const RayState& ray, uint32_t index, float& a, float& b
 }
 
 LobeBundle pointDirect(const LightContext& c, const PointLight& light) {
-    return sampleLight(c, light, light.blur > 0.0f, [&](uint32_t index, SampleOrigin& origin, bool split) {
+    if (!linkAllows(light.link, c.ray.shader)) return {};
+    return sampleLight(c, light.sample, light.blur > 0.0f, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
         Vector target = light.position;
         if (light.blur > 0.0f) {
             float a, b;
@@ -144,37 +147,168 @@ LobeBundle pointDirect(const LightContext& c, const PointLight& light) {
         if (s == 0.0f) return LobeBundle{};
         // The gate after occlusion reads the ray's own throughput, which is
         // alive here: a nearly blocked sample still adds its little.
-        return deltaSample(c, origin, l, t, light.color, s / d2, light.offset, split, false);
+        return deltaSample(c, origin, l, t, light.color, s / d2, light.offset, total > 0, false);
     });
 }
 
 LobeBundle parallelDirect(const LightContext& c, const ParallelLight& light) {
-    return sampleLight(c, light, light.blur > 0.0f, [&](uint32_t index, SampleOrigin& origin, bool split) {
+    if (!linkAllows(light.link, c.ray.shader)) return {};
+    return sampleLight(c, light.sample, light.blur > 0.0f, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
         Vector l = -light.axis();
         if (light.blur > 0.0f) {
             float a, b;
             lightNumbers(c.ray, index, a, b);
             l = -coneDirection(light.frame, light.blurCosine, a, b);
         }
-        return deltaSample(c, origin, l, kInfinity, light.color, 1.0f, light.offset, split, true);
+        return deltaSample(c, origin, l, kInfinity, light.color, 1.0f, light.offset, total > 0, true);
     });
+}
+
+LightContext lightContext(const RayState& ray, const HitRecord& hit) {
+    const Color d = hit.diffusion;
+    return {ray, hit, ray.kind == kCylinder,
+            hit.has_diffusion && std::min(d.x, std::min(d.y, d.z)) > 0.0f &&
+                (ray.kind == kTriangle || ray.kind == kTetragon),
+            ray.diffuse_bounces + ray.glossy_bounces};
+}
+
+// Whether a direction with cosines a (shading normal) and g (geometric
+// normal) can light a class the surface has: reflection above, diffuse
+// transmission below. Fibres take light from everywhere.
+bool reachesAClass(const LightContext& c, float a, float g) {
+    if (c.hair) return true;
+    const bool above = a > 0.0f && g > 0.0f, below = a < 0.0f && g < 0.0f;
+    return (c.hit.has_lambertian && above) || (c.hit.has_transmissive && below) || (c.hit.has_glossy && above);
+}
+
+// The balance heuristic of a light sample of density `pl` against `nb` lobe
+// samples of density `pb`.
+inline float balance(float pl, float nb, float pb) { return pl / (pl + nb * pb); }
+
+// A sample of an emitter or the sky, weighed against the lobes that could
+// have found the same light: R is the radiance already divided by the
+// light's density and multiplied by the cosine at the surface; `pl` the
+// light's density times its sample count, and `nb` the lobes' sample count.
+// Lambertian and transmissive lobes have the density |a| / pi, the glossy
+// lobe its half-vector value.
+LobeBundle balancedSample(const LightContext& c, const SampleOrigin& origin, Vector l, float a, Color R, float pl,
+                          float nb, float share) {
+    LobeBundle b;
+    const float pd = a * kInvPi;
+    const Color diffuse = R * c.hit.fresnel_complement * origin.weight;
+    if (c.hit.has_lambertian && a > 0.0f) b.lambertian = diffuse * balance(pl, share * nb, pd);
+    if (c.hit.has_transmissive && a < 0.0f) b.transmissive = diffuse * balance(pl, share * nb, -pd);
+    if (c.hit.has_glossy && a > 0.0f) {
+        const float v = halfVectorLobe(origin.hit->out_direction, l, *origin.hit);
+        b.glossy = R * (v * kFourPi * c.hit.fresnel * balance(pl, share * nb, v));
+    }
+    return b;
+}
+
+// A fibre lit from `l`: the diffuse part and the three lobes, each weighed
+// against its own sampling density.
+LobeBundle balancedHairSample(const LightContext& c, const SampleOrigin& origin, Vector l, Color R, float pl,
+                              float nb) {
+    LobeBundle b;
+    if (c.hit.has_lambertian) {
+        const Color v = EvaluateDiffuseHair(c.ray, *origin.hit, l);
+        b.lambertian = v * R * balance(pl, nb, mean(v));
+    }
+    if (c.hit.has_glossy) {
+        const HairLobes lobes = EvaluateBcsdf(c.ray, *origin.hit, l);
+        for (int k = 0; k < 3; ++k) b.glossy += lobes.value[k] * R * balance(pl, nb, lobes.density[k]);
+    }
+    return b;
 }
 
 }  // namespace
 
-// Emitters and the sky reach surfaces through the lobes alone until they are
-// sampled, and then count all of their radiance.
-LobeBundle geometryDirect(const RayState&, const HitRecord&) { return {}; }
-LobeBundle skyDirect(const RayState&, const HitRecord&) { return {}; }
+// The fixed point set on the emitters, drawn by power. Every sample is
+// weighed against the lobes by the balance heuristic, as emission found by
+// a bounce is (see emission.cpp), so that the two add up to one.
+LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
+    const GeometryLightValues& light = registry.geometryLight;
+    if (!(light.totalArea > 0.0f) || light.sample <= 0 || !linkAllows(registry.geometryLightLink, ray.shader))
+        return {};
+    const LightContext c = lightContext(ray, hit);
+    const Distribution& points = registry.geometryLightDistribution;
+    return sampleLight(c, light.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
+        const float r = hardwareRandomFloat();
+        const float u = total ? rotated((float(index & 0xFFFFu) + r) / float(total), ray.sequence_shift[0]) : r;
+        const int k = sample(points, u);
+        const GeometryLightPoint& q = registry.geometryLightPoints[size_t(k)];
+        const float p = probability(points, k);
+        const HitRecord& from = *origin.hit;
+        const Vector v = q.position - from.position;
+        const float d2 = dot(v, v), distance = std::sqrt(d2);
+        const Vector l = v / distance;
+        const float cosLight = -dot(l, normalized(q.normal));
+        if (!(cosLight > 0.0f)) return LobeBundle{};
+        const float a = dot(l, from.normal);
+        if (!reachesAClass(c, a, dot(l, from.geometric_normal))) return LobeBundle{};
+        // The shadow ray must not stop on the emitter's own face.
+        origin.shadow.direction = l;
+        origin.shadow.previous_primitive = q.primitive;
+        origin.shadow.previous_kind = q.kind;
+        origin.shadow.previous_part = q.part;
+        origin.shadow.previous_path = q.path;
+        const Color T = occlusion(origin.shadow, distance);
+        if (belowCutoff(T)) return LobeBundle{};
+        const float nl = total ? float(light.sample) : 1.0f, nb = total ? float(registry.rendererSample) : 1.0f;
+        const float pl = nl * d2 / (cosLight * light.totalArea);
+        const float toLight = cosLight / (d2 * float(kGeometryLightPoints) * p);
+        if (c.hair) return balancedHairSample(c, origin, l, T * q.power * (kPi * toLight), pl, nb);
+        return balancedSample(c, origin, l, a, T * q.power * (std::fabs(a) * kInvPi * toLight), pl, nb, 1.0f);
+    });
+}
+
+// Texels of the sky's cube, drawn by their radiance. At the first hit the
+// samples are weighed against half the lobe budget; past it one sample
+// takes the path's own throughput.
+LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
+    const SkyLightValues& sky = registry.skyLight;
+    if (sky.sample < 1 || !linkAllows(registry.skyLightLink, ray.shader)) return {};
+    const LightContext c = lightContext(ray, hit);
+    const Distribution& texels = skyDistribution();
+    return sampleLight(c, sky.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
+        const uint32_t i = total ? index : ray.sample_index;
+        const float u = rotated(radicalInverse(i, ray.dimension), ray.sequence_shift[total ? 1 : 0]);
+        const int code = sample(texels, u);
+        const float p = probability(texels, code);
+        const float s = rotated(radicalInverse(i, ray.dimension + 1), ray.sequence_shift[0]);
+        const float t = rotated(radicalInverse(i, ray.dimension + 2), ray.sequence_shift[1]);
+        const Vector l = cubeDirection(code >> 16, float(code & 0xFF) + s, float((code >> 8) & 0xFF) + t);
+        const HitRecord& from = *origin.hit;
+        const float a = dot(l, from.normal);
+        if (!reachesAClass(c, a, dot(l, from.geometric_normal))) return LobeBundle{};
+        origin.shadow.direction = l;
+        const Color T = occlusion(origin.shadow, kInfinity);
+        if (belowCutoff(T)) return LobeBundle{};
+        const Color radiance = skyRadiance(l);
+        const float texelsPerSteradian = float(kCubeTexels) * p;
+        if (total) {
+            const float P = texelsPerSteradian * kInvFourPi;
+            if (P <= 1e-8f) return LobeBundle{};
+            const float Q = float(sky.sample) * P, nb = float(registry.rendererSample);
+            if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, nb);
+            return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, nb, 0.5f);
+        }
+        // One sample: the shadow ray only gates it, and the path's
+        // throughput takes its place.
+        if (c.hair) {
+            const float P = texelsPerSteradian * kInvFourPi;
+            return balancedHairSample(c, origin, l, radiance / P * ray.throughput, P, 1.0f);
+        }
+        const float P = texelsPerSteradian * kInvTwoPi;
+        return balancedSample(c, origin, l, a, radiance * (2.0f * std::fabs(a) / (P * kPi)) * ray.throughput, P,
+                              1.0f, 1.0f);
+    });
+}
 
 LobeBundle gafferDirect(const RayState& ray, const HitRecord& hit) {
     LobeBundle sum;
     if (registry.pointLights.empty() && registry.parallelLights.empty()) return sum;
-    const Color d = hit.diffusion;
-    const LightContext c{ray, hit, ray.kind == kCylinder,
-                         hit.has_diffusion && std::min(d.x, std::min(d.y, d.z)) > 0.0f &&
-                             (ray.kind == kTriangle || ray.kind == kTetragon),
-                         ray.diffuse_bounces + ray.glossy_bounces};
+    const LightContext c = lightContext(ray, hit);
     for (const PointLight& light : registry.pointLights) sum += pointDirect(c, light);
     for (const ParallelLight& light : registry.parallelLights) sum += parallelDirect(c, light);
     return sum;

@@ -4,6 +4,7 @@
 
 #include "core/constants.h"
 #include "core/registry.h"
+#include "lights/lights.h"
 #include "lights/sky_light.h"
 #include "lv.h"
 #include "render/child_ray.h"
@@ -39,9 +40,19 @@ float bounceDensity(const RayState& ray) {
     }
 }
 
-// The share of the sky that a bounce counts. The lights sample the sky only
-// through its map; without a map the bounces carry all of it.
-float skyBounceWeight(const RayState&) { return 1.0f; }
+// The balance weight of light that a bounce found against the samples that
+// the light took with density `pl` and `lightSamples` samples per hit. At the
+// first bounce the hit spent the lobe budget on bounces and the light's own
+// count on samples.
+float bounceWeight(const RayState& ray, float pl, int lightSamples) {
+    const float pb = bounceDensity(ray);
+    if (pb <= 0.0f) return 0.0f;
+    if (ray.diffuse_bounces + ray.glossy_bounces == 1) {
+        const float n = float(registry.rendererSample);
+        return pb * n / (pb * n + pl * float(lightSamples));
+    }
+    return pb / (pl + pb);
+}
 
 // The photons' cell of the hit, on its own side or the other; black until
 // the density estimator holds photons.
@@ -74,14 +85,7 @@ float emissionWeight(const RayState& ray, const HitRecord& hit) {
     if (!outsideBody(ray) || hit.cos_out <= 0.0f) return 0.0f;
 
     const float pl = light.totalArea > 0.0f ? ray.t * ray.t / (hit.cos_out * light.totalArea) : 0.0f;
-    const float pb = bounceDensity(ray);
-    if (pb <= 0.0f) return 0.0f;
-    // The first hit took `sample` bounces and the light's own samples.
-    if (bounces == 1) {
-        const float n = float(light.workingSample);
-        return pb * n / (pb * n + pl * float(light.sample));
-    }
-    return pb / (pl + pb);
+    return bounceWeight(ray, pl, light.sample);
 }
 
 Color emission(const RayState& ray, const HitRecord& hit) {
@@ -91,6 +95,8 @@ Color emission(const RayState& ray, const HitRecord& hit) {
         if (layer.has_lambertian) e += densityCell(ray, hit, true);
         if (layer.has_transmissive) e += densityCell(ray, hit, false);
     }
+    // Emitters shine only on the surfaces that the geometry light is linked to.
+    if (!linkAllows(registry.geometryLightLink, ray.previous_shader)) return e * hit.fresnel_complement;
     // A window shows the sky behind it.
     const Color r = layer.window ? skyRadiance(ray.direction) : elementColor(layer.elements[LV_ELEMENT_EMISSIVE], hit.uv);
     if (!isBlack(r)) e += r * emissionWeight(ray, hit);
@@ -105,11 +111,17 @@ Color emission(const RayState& ray, const HitRecord& hit) {
 }
 
 Color missRadiance(const RayState& ray) {
+    if (!linkAllows(registry.skyLightLink, ray.previous_shader)) return zero;
     const Color s = skyRadianceForRay(ray);
     Color result = s;
+    const SkyLightValues& sky = registry.skyLight;
     const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
-    if (registry.skyLight.sample != 0 && bounces != 0 && ((ray.lobe & 0xFEu) == 2 || ray.lobe == 4) && outsideBody(ray))
-        result = s * skyBounceWeight(ray);
+    // Light that the sky's samples could have found is shared with them.
+    if (sky.sample != 0 && bounces != 0 && ((ray.lobe & 0xFEu) == 2 || ray.lobe == 4) && outsideBody(ray)) {
+        const float p = probability(skyDistribution(), int(cubeTexelOf(ray.direction)));
+        const float P = float(kCubeTexels) * p * (ray.previous_kind == kCylinder ? kInvFourPi : kInvTwoPi);
+        result = s * bounceWeight(ray, P, sky.sample);
+    }
     if (ray.lobe >= 2 && ray.lobe <= 7)
         for (Aov& aov : registry.skyLightAOVs) addToAov(aov, ray, result);
     return result;
