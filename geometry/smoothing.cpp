@@ -1,5 +1,425 @@
-// Smoothing by the shader's angle at load time. Parts keep the normals they
-// were given until creases are split.
-#include "geometry/load_time.h"
+// Vertex normals and tangents by angle. Every point in space collects the
+// corners of the faces that meet there; each corner averages the faces that
+// lie within its shader's smoothing angle, and the vertex is split wherever
+// corners end up with different values. The part's vertex arrays are rebuilt
+// and the primitives' indices rewritten.
+#include <omp.h>
 
-void smooth(Part&) {}
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <type_traits>
+#include <vector>
+
+#include "core/clock.h"
+#include "core/constants.h"
+#include "core/registry.h"
+#include "core/report.h"
+#include "geometry/load_time.h"
+#include "shading/shader.h"
+
+namespace {
+
+constexpr uint32_t kWeldBuckets = 262144;
+constexpr uint32_t kNone = 0xFFFFFFFFu;
+// A corner whose vertex lies past the positions keeps its index as it was.
+constexpr uint32_t kKeepIndex = 0xFFFFFFFFu;
+// New vertex indices travel as (index << 8) + slot until the merge, so a slot
+// may make at most 2^24 vertices; the work is cut into enough slots for that.
+constexpr uint64_t kSlotCorners = uint64_t(1) << 23;
+
+uint32_t bitsOf(float f) { return std::bit_cast<uint32_t>(f); }
+
+// The bucket of a position, on the bit patterns of its floats. A sign bit
+// alone never changes the bucket, so +0 and -0 meet in one chain, where the
+// float comparison treats them as the same position.
+uint32_t weldBucket(Vector p) {
+    return (bitsOf(p.x) * 15485843u + bitsOf(p.y) * 15485849u + bitsOf(p.z) * 15485857u) & (kWeldBuckets - 1);
+}
+
+// For each vertex the index of its unique position; returns their number.
+uint32_t weldPositions(const std::vector<Vector>& positions, std::vector<uint32_t>& weld) {
+    std::vector<uint32_t> head(kWeldBuckets, kNone);
+    std::vector<uint32_t> next;
+    std::vector<Vector> unique;
+    weld.resize(positions.size());
+    for (size_t v = 0; v < positions.size(); ++v) {
+        const Vector p = positions[v];
+        const uint32_t bucket = weldBucket(p);
+        uint32_t found = head[bucket];
+        while (found != kNone && !(unique[found] == p)) found = next[found];
+        if (found == kNone) {
+            found = uint32_t(unique.size());
+            unique.push_back(p);
+            next.push_back(head[bucket]);
+            head[bucket] = found;
+        }
+        weld[v] = found;
+    }
+    return uint32_t(unique.size());
+}
+
+struct Corner {
+    uint32_t primitive;
+    uint8_t kind;     // kTriangle or kTetragon
+    uint8_t corner;
+};
+
+// Whether an angle between two unit vectors, arccos of their clamped dot
+// product, lies below a corner's limit. The cosine decides away from the
+// boundary; near it the arccos itself does, so the outcome is the one of the
+// plain comparison.
+struct AngleLimit {
+    float radians;
+    float cosine;
+    uint8_t mode;   // 0 never, 1 always, 2 by the cosine
+};
+
+AngleLimit angleLimit(float radians) {
+    static const float largestAngle = std::acos(-1.0f);
+    if (!(radians > 0.0f)) return {radians, 1.0f, 0};
+    if (radians > largestAngle) return {radians, -1.0f, 1};
+    return {radians, std::cos(radians), 2};
+}
+
+bool withinLimit(float d, const AngleLimit& limit) {
+    if (limit.mode != 2) return limit.mode == 1;
+    d = std::fmin(std::fmax(d, -1.0f), 1.0f);
+    if (d > limit.cosine + 1e-5f) return true;
+    if (d < limit.cosine - 1e-5f) return false;
+    return std::acos(d) < limit.radians;
+}
+
+// What one slot of the welded positions produces: for each new vertex the
+// input vertex whose values it copies, and its new normal and tangent. The
+// scratch arrays hold the faces of one welded position.
+struct SmoothOutput {
+    std::vector<uint32_t> source;
+    std::vector<PackedDirection> normals;
+    std::vector<PackedDirection> tangents;
+    std::vector<Vector> faceNormal, faceTangent;
+    std::vector<AngleLimit> limit;
+    std::vector<uint32_t> vertex;
+};
+
+// The read-only view of the part during the corner loop.
+struct SmoothInput {
+    const Part& part;
+    const std::vector<float>& shaderAngles;   // radians, by shader index
+    bool uvTangents;                          // tangents and uv channel 0 both exist
+};
+
+Vector positionAt(const Part& part, uint32_t v) {
+    return v < part.positions.size() ? part.positions[v] : Vector{0.0f, 0.0f, 0.0f};
+}
+
+Vector fallbackTangent(Vector n) {
+    if (n.z < -0.9999999f) return {0.0f, -1.0f, 0.0f};
+    const float k = 1.0f / (1.0f + n.z);
+    return {1.0f - k * n.x * n.x, -k * n.x * n.y, -n.x};
+}
+
+// The tangent of a face from uv channel 0, or from its normal when the uvs
+// are missing or do not change across the face.
+template <int N>
+Vector faceTangent(const SmoothInput& in, const uint32_t (&v)[N], Vector normal) {
+    if (in.uvTangents) {
+        const auto& uv = in.part.uvChannels[0].elements;
+        const size_t limit = std::min(uv.size(), in.part.tangents.size());
+        bool inside = true;
+        for (int i = 0; i < N; ++i) inside = inside && v[i] < limit;
+        if (inside) {
+            const float du1 = uv[v[1]].u - uv[v[0]].u, dv1 = uv[v[1]].v - uv[v[0]].v;
+            const float du2 = uv[v[2]].u - uv[v[0]].u, dv2 = uv[v[2]].v - uv[v[0]].v;
+            const bool flat = std::fabs(du1) < 1e-8f && std::fabs(dv1) < 1e-8f && std::fabs(du2) < 1e-8f &&
+                              std::fabs(dv2) < 1e-8f;
+            if (!flat) {
+                const Vector a = positionAt(in.part, v[0]);
+                return normalized((positionAt(in.part, v[1]) - a) * dv2 - (positionAt(in.part, v[2]) - a) * dv1);
+            }
+        }
+    }
+    return fallbackTangent(normal);
+}
+
+// Face normal and tangent of the primitive behind a corner; returns its vertex.
+uint32_t cornerFace(const SmoothInput& in, const Corner& c, Vector& normal, Vector& tangent, uint32_t& shader) {
+    if (c.kind == kTriangle) {
+        const Triangle& t = in.part.triangles[c.primitive];
+        const uint32_t v[3] = {t.a, t.b, t.c};
+        const Vector a = positionAt(in.part, v[0]);
+        normal = normalized(cross(positionAt(in.part, v[1]) - a, positionAt(in.part, v[2]) - a));
+        tangent = faceTangent(in, v, normal);
+        shader = t.shader;
+        return v[c.corner];
+    }
+    const Tetragon& q = in.part.tetragons[c.primitive];
+    const uint32_t v[4] = {q.a, q.b, q.c, q.d};
+    normal = normalized(cross(positionAt(in.part, v[2]) - positionAt(in.part, v[0]),
+                              positionAt(in.part, v[3]) - positionAt(in.part, v[1])));
+    tangent = faceTangent(in, v, normal);
+    shader = q.shader;
+    return v[c.corner];
+}
+
+// Whether two input vertices carry the same position and channel values; a
+// channel that either vertex lies beyond is not compared.
+template <typename T>
+bool sameInChannels(const std::vector<VertexChannel<T>>& channels, uint32_t a, uint32_t b) {
+    for (const auto& channel : channels) {
+        const auto& e = channel.elements;
+        if (a >= e.size() || b >= e.size()) continue;
+        if constexpr (std::is_same_v<T, UV>) {
+            if (!(e[a].u == e[b].u && e[a].v == e[b].v)) return false;
+        } else {
+            if (!(e[a] == e[b])) return false;
+        }
+    }
+    return true;
+}
+
+bool sameValues(const Part& part, uint32_t a, uint32_t b) {
+    if (a == b) return true;
+    return part.positions[a] == part.positions[b] && sameInChannels(part.vectorChannels, a, b) &&
+           sameInChannels(part.uvChannels, a, b) && sameInChannels(part.scalarChannels, a, b);
+}
+
+uint32_t& cornerSlot(std::vector<Triangle>& triangles, std::vector<Tetragon>& tetragons, const Corner& c) {
+    if (c.kind == kTriangle) {
+        Triangle& t = triangles[c.primitive];
+        return c.corner == 0 ? t.a : c.corner == 1 ? t.b : t.c;
+    }
+    Tetragon& q = tetragons[c.primitive];
+    return c.corner == 0 ? q.a : c.corner == 1 ? q.b : c.corner == 2 ? q.c : q.d;
+}
+
+// All corners at one welded position: new values per corner, new or reused
+// vertices in the slot's output, and their encoded indices in the copies.
+void smoothWelded(const SmoothInput& in, const Corner* corners, uint32_t m, uint32_t slot, SmoothOutput& out,
+                  std::vector<Triangle>& triangles, std::vector<Tetragon>& tetragons) {
+    out.faceNormal.resize(m);
+    out.faceTangent.resize(m);
+    out.limit.resize(m);
+    out.vertex.resize(m);
+    for (uint32_t j = 0; j < m; ++j) {
+        uint32_t shader = 0;
+        out.vertex[j] = cornerFace(in, corners[j], out.faceNormal[j], out.faceTangent[j], shader);
+        out.limit[j] = angleLimit(shader < in.shaderAngles.size() ? in.shaderAngles[shader] : -kDegree);
+    }
+    const Part& part = in.part;
+    const uint32_t firstMade = uint32_t(out.source.size());
+    for (uint32_t i = 0; i < m; ++i) {
+        const uint32_t v = out.vertex[i];
+        const AngleLimit& limit = out.limit[i];
+        Vector sumN{0.0f, 0.0f, 0.0f}, sumG{0.0f, 0.0f, 0.0f};
+        const Vector Ni = out.faceNormal[i], Gi = out.faceTangent[i];
+        for (uint32_t j = 0; j < m; ++j) {
+            const Vector Nj = out.faceNormal[j], Gj = out.faceTangent[j];
+            if (Nj == Ni || withinLimit(dot(Ni, Nj), limit)) sumN += Nj;
+            if (Gj == Gi || withinLimit(dot(Gi, Gj), limit)) sumG += Gj;
+        }
+        PackedDirection normal{0, 0, 0}, tangent{0, 0, 0};
+        if (limit.radians != 0.0f) {
+            const bool keeps = limit.radians < 0.0f;
+            if (keeps && v < part.normals.size() && !(part.normals[v] == PackedDirection{0, 0, 0}))
+                normal = part.normals[v];
+            else
+                normal = packDirection(sumN.x, sumN.y, sumN.z);
+            if (keeps && v < part.tangents.size() && !(part.tangents[v] == PackedDirection{0, 0, 0}))
+                tangent = part.tangents[v];
+            else
+                tangent = packDirection(sumG.x, sumG.y, sumG.z);
+        }
+
+        uint32_t made = firstMade;
+        const uint32_t count = uint32_t(out.source.size());
+        while (made < count && !(out.normals[made] == normal && out.tangents[made] == tangent &&
+                                 sameValues(part, out.source[made], v)))
+            ++made;
+        if (made == count) {
+            out.source.push_back(v);
+            out.normals.push_back(normal);
+            out.tangents.push_back(tangent);
+        }
+        cornerSlot(triangles, tetragons, corners[i]) = (made << 8) + slot;
+    }
+}
+
+// Channel c of the output: the values of each new vertex's source, where the
+// source lies within the channel.
+template <typename T>
+void gatherChannel(std::vector<T>& elements, const std::vector<SmoothOutput>& outputs, uint32_t slots,
+                   const std::vector<uint64_t>& base, size_t vertexCount) {
+    if (elements.empty()) return;
+    std::vector<T> gathered;
+    if (elements.size() >= vertexCount) {
+        gathered.resize(base[slots]);
+#pragma omp parallel for schedule(static)
+        for (uint32_t s = 0; s < slots; ++s) {
+            const auto& source = outputs[s].source;
+            for (size_t k = 0; k < source.size(); ++k) gathered[base[s] + k] = elements[source[k]];
+        }
+    } else {
+        for (uint32_t s = 0; s < slots; ++s)
+            for (uint32_t v : outputs[s].source)
+                if (v < elements.size()) gathered.push_back(elements[v]);
+    }
+    elements.swap(gathered);
+}
+
+template <typename T>
+void gatherChannels(std::vector<VertexChannel<T>>& channels, const std::vector<SmoothOutput>& outputs,
+                    uint32_t slots, const std::vector<uint64_t>& base, size_t vertexCount) {
+    for (auto& channel : channels) gatherChannel(channel.elements, outputs, slots, base, vertexCount);
+}
+
+uint32_t decode(uint32_t encoded, uint32_t original, const std::vector<uint64_t>& base) {
+    return encoded == kKeepIndex ? original : uint32_t((encoded >> 8) + base[encoded & 255]);
+}
+
+// The smoothing angle of every shader in radians; shaders past the list are
+// taken as keeping what they were given.
+std::vector<float> shaderAnglesInRadians() {
+    std::vector<float> angles;
+    angles.reserve(registry.shaders.size());
+    for (const Shader& shader : registry.shaders) angles.push_back(shader.geometry.smooth_angle * kDegree);
+    return angles;
+}
+
+float angleOf(const std::vector<float>& angles, uint32_t shader) {
+    return shader < angles.size() ? angles[shader] : -kDegree;
+}
+
+}  // namespace
+
+void smooth(Part& part) {
+    const uint64_t start = systemTime100ns();
+    const std::vector<float> angles = shaderAnglesInRadians();
+    bool any = false;
+    for (const Triangle& t : part.triangles) any = any || angleOf(angles, t.shader) >= 0.0f;
+    for (const Tetragon& q : part.tetragons) any = any || angleOf(angles, q.shader) >= 0.0f;
+    if (any) {
+        std::vector<uint32_t> weld;
+        const uint32_t W = weldPositions(part.positions, weld);
+        const size_t vertexCount = part.positions.size();
+
+        // Corner lists: a run per welded position, triangles first, then
+        // tetragons, each in rising index. Corners whose vertex has no
+        // position belong to no run.
+        std::vector<uint32_t> offsets(size_t(W) + 1, 0);
+        auto weldOf = [&](uint32_t v) { return v < vertexCount ? weld[v] : kNone; };
+        for (const Triangle& t : part.triangles)
+            for (uint32_t v : {t.a, t.b, t.c})
+                if (v < vertexCount) ++offsets[weld[v] + 1];
+        for (const Tetragon& q : part.tetragons)
+            for (uint32_t v : {q.a, q.b, q.c, q.d})
+                if (v < vertexCount) ++offsets[weld[v] + 1];
+        for (uint32_t w = 0; w < W; ++w) offsets[w + 1] += offsets[w];
+        std::vector<Corner> corners(offsets[W]);
+        std::vector<uint32_t> cursor(offsets.begin(), offsets.end() - 1);
+        std::vector<Triangle> triangles = part.triangles;
+        std::vector<Tetragon> tetragons = part.tetragons;
+        size_t outOfRange = 0;
+        for (uint32_t i = 0; i < part.triangles.size(); ++i) {
+            const Triangle& t = part.triangles[i];
+            const uint32_t v[3] = {t.a, t.b, t.c};
+            for (uint8_t k = 0; k < 3; ++k) {
+                const uint32_t w = weldOf(v[k]);
+                if (w == kNone) {
+                    ++outOfRange;
+                    cornerSlot(triangles, tetragons, {i, kTriangle, k}) = kKeepIndex;
+                } else {
+                    corners[cursor[w]++] = {i, kTriangle, k};
+                }
+            }
+        }
+        for (uint32_t i = 0; i < part.tetragons.size(); ++i) {
+            const Tetragon& q = part.tetragons[i];
+            const uint32_t v[4] = {q.a, q.b, q.c, q.d};
+            for (uint8_t k = 0; k < 4; ++k) {
+                const uint32_t w = weldOf(v[k]);
+                if (w == kNone) {
+                    ++outOfRange;
+                    cornerSlot(triangles, tetragons, {i, kTetragon, k}) = kKeepIndex;
+                } else {
+                    corners[cursor[w]++] = {i, kTetragon, k};
+                }
+            }
+        }
+        for (size_t i = 0; i < outOfRange; ++i) reportError("smoothing out of range");
+        std::vector<uint32_t>().swap(cursor);
+        std::vector<uint32_t>().swap(weld);
+
+        // Slots: contiguous runs of welded positions with about equal numbers
+        // of corners, one per thread, or more when a mesh is so large that a
+        // slot's vertex count would not fit its 24 bits.
+        const uint64_t cornerCount = offsets[W];
+        const uint32_t threads = uint32_t(std::clamp(omp_get_max_threads(), 1, kMaxThreads));
+        const uint64_t needed = (cornerCount + kSlotCorners - 1) / kSlotCorners;
+        const uint32_t slots = uint32_t(std::min<uint64_t>(W, std::clamp<uint64_t>(needed, threads, kMaxThreads)));
+        std::vector<uint32_t> slotBegin(size_t(slots) + 1, W);
+        for (uint32_t s = 0; s < slots; ++s)
+            slotBegin[s] = uint32_t(std::lower_bound(offsets.begin(), offsets.end() - 1, cornerCount * s / slots) -
+                                    offsets.begin());
+        slotBegin[0] = 0;
+
+        std::vector<SmoothOutput> outputs(kMaxThreads);
+        const SmoothInput in{part, angles, !part.tangents.empty() && !part.uvChannels.empty() &&
+                                               !part.uvChannels[0].elements.empty()};
+#pragma omp parallel for schedule(static)
+        for (uint32_t s = 0; s < slots; ++s) {
+            SmoothOutput& out = outputs[s];
+            const uint32_t begin = slotBegin[s], end = std::max(begin, slotBegin[s + 1]);
+            // Every vertex of the slot is at most a corner; most meshes make
+            // about as many vertices as a sixth of their corners and more.
+            const size_t expected = (offsets[end] - offsets[begin]) / 4 + 16;
+            out.source.reserve(expected);
+            out.normals.reserve(expected);
+            out.tangents.reserve(expected);
+            for (uint32_t w = begin; w < end; ++w)
+                smoothWelded(in, &corners[offsets[w]], offsets[w + 1] - offsets[w], s, out, triangles, tetragons);
+        }
+        std::vector<Corner>().swap(corners);
+
+        std::vector<uint64_t> base(kMaxThreads + 1, 0);
+        for (uint32_t s = 0; s < slots; ++s) base[s + 1] = base[s] + outputs[s].source.size();
+        const uint64_t total = base[slots];
+
+        std::vector<Vector> positions(total);
+        std::vector<PackedDirection> normals(total), tangents(total);
+#pragma omp parallel for schedule(static)
+        for (uint32_t s = 0; s < slots; ++s) {
+            const SmoothOutput& out = outputs[s];
+            for (size_t k = 0; k < out.source.size(); ++k) {
+                positions[base[s] + k] = part.positions[out.source[k]];
+                normals[base[s] + k] = out.normals[k];
+                tangents[base[s] + k] = out.tangents[k];
+            }
+        }
+        gatherChannels(part.vectorChannels, outputs, slots, base, vertexCount);
+        gatherChannels(part.uvChannels, outputs, slots, base, vertexCount);
+        gatherChannels(part.scalarChannels, outputs, slots, base, vertexCount);
+        part.positions.swap(positions);
+        part.normals.swap(normals);
+        part.tangents.swap(tangents);
+        std::vector<SmoothOutput>().swap(outputs);
+
+        const int64_t triangleCount = int64_t(triangles.size()), tetragonCount = int64_t(tetragons.size());
+#pragma omp parallel for schedule(static)
+        for (int64_t i = 0; i < triangleCount; ++i) {
+            Triangle& t = triangles[size_t(i)];
+            const Triangle& o = part.triangles[size_t(i)];
+            t = {decode(t.a, o.a, base), decode(t.b, o.b, base), decode(t.c, o.c, base), t.shader};
+        }
+#pragma omp parallel for schedule(static)
+        for (int64_t i = 0; i < tetragonCount; ++i) {
+            Tetragon& q = tetragons[size_t(i)];
+            const Tetragon& o = part.tetragons[size_t(i)];
+            q = {decode(q.a, o.a, base), decode(q.b, o.b, base), decode(q.c, o.c, base), decode(q.d, o.d, base),
+                 q.shader};
+        }
+        part.triangles.swap(triangles);
+        part.tetragons.swap(tetragons);
+    }
+    registry.smoothMilliseconds += uint32_t((systemTime100ns() - start) / 10000);
+}
