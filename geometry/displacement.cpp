@@ -59,13 +59,34 @@ float blend(float x) { return x * x * (3.0f - 2.0f * x); }
 
 float snapped(float x) { return std::trunc(kSnap * x) / kSnap; }
 
-// The construction from one corner: two edge curves out of it, and a curve
-// between their points.
-Vector cornerConstruction(float b, float q, Vector P, Vector N, Vector P1, Vector N1, Vector P2, Vector N2) {
-    const EdgePoint X = edge(b, P, N, P1, N1), Y = edge(b, P, N, P2, N2);
+// The two edge curves out of a corner at weight b, towards the corner after
+// it (X) and the one before it (Y).
+struct CornerCurves {
+    float b;
+    EdgePoint X, Y;
+};
+
+// Curves by corner, reused across the points of a patch: the weight of
+// corner 0 is fixed along a row, and those of corners 1 and 2 take about
+// n + 1 values. An entry serves a point only when its weight is the same
+// float, so the points are those of the plain construction.
+struct PatchCurves {
+    std::vector<CornerCurves> corner[3];
+};
+
+const CornerCurves& cornerCurves(std::vector<CornerCurves>& cache, size_t key, float b, Vector P, Vector N,
+                                 Vector P1, Vector N1, Vector P2, Vector N2) {
+    CornerCurves& entry = cache[key];
+    if (!(entry.b == b)) entry = {b, edge(b, P, N, P1, N1), edge(b, P, N, P2, N2)};
+    return entry;
+}
+
+// The construction from one corner: the curve between the points of its
+// two edge curves, at q.
+Vector cornerConstruction(const CornerCurves& curves, float q) {
     Vector u;
     float h;
-    return edgePoint(q, X.p, X.n, Y.p, Y.n, u, h);
+    return edgePoint(q, curves.X.p, curves.X.n, curves.Y.p, curves.Y.n, u, h);
 }
 
 // The n² triangles of a level-n patch over the points in row order.
@@ -78,21 +99,23 @@ void patchTriangles(int n, std::vector<uint32_t>& triangles) {
         for (int k = 0; k < i; ++k) triangles.insert(triangles.end(), {row(i) + k, row(i + 1) + k + 1, row(i) + k + 1});
 }
 
-void patchPoints(const Vector P[3], const Vector N[3], int n, std::vector<PatchPoint>& points) {
+void patchPoints(const Vector P[3], const Vector N[3], int n, std::vector<PatchPoint>& points, PatchCurves& curves) {
     points.clear();
+    const float unset = std::nanf("");
+    for (auto& cache : curves.corner) cache.assign(size_t(n) + 1, CornerCurves{unset, {}, {}});
     for (int i = 0; i <= n; ++i) {
         const float r = float(n - i) / float(n);
         const float b0 = snapped(r), e = 1.0f - r;
+        const CornerCurves& c0 = cornerCurves(curves.corner[0], size_t(i), b0, P[0], N[0], P[1], N[1], P[2], N[2]);
         for (int j = 0; j <= i; ++j) {
             const float t = i == 0 ? 0.0f : (j == 0 ? 1.0f : float(i - j) / float(i));
             const float b1 = snapped(e * t), b2 = snapped(e * (1.0f - t));
+            const CornerCurves& c1 = cornerCurves(curves.corner[1], size_t(i - j), b1, P[1], N[1], P[2], N[2], P[0], N[0]);
+            const CornerCurves& c2 = cornerCurves(curves.corner[2], size_t(j), b2, P[2], N[2], P[0], N[0], P[1], N[1]);
             const float f0 = blend(b0), f1 = blend(b1), f2 = blend(b2);
-            const Vector E0 =
-                cornerConstruction(b0, b1 == 0.0f ? 0.0f : b1 / (b1 + b2), P[0], N[0], P[1], N[1], P[2], N[2]);
-            const Vector E1 =
-                cornerConstruction(b1, b2 == 0.0f ? 0.0f : b2 / (b0 + b2), P[1], N[1], P[2], N[2], P[0], N[0]);
-            const Vector E2 =
-                cornerConstruction(b2, b0 == 0.0f ? 0.0f : b0 / (b0 + b1), P[2], N[2], P[0], N[0], P[1], N[1]);
+            const Vector E0 = cornerConstruction(c0, b1 == 0.0f ? 0.0f : b1 / (b1 + b2));
+            const Vector E1 = cornerConstruction(c1, b2 == 0.0f ? 0.0f : b2 / (b0 + b2));
+            const Vector E2 = cornerConstruction(c2, b0 == 0.0f ? 0.0f : b0 / (b0 + b1));
             points.push_back({{b0, b1, b2}, (E0 * f0 + E1 * f1 + E2 * f2) / (f0 + f1 + f2)});
         }
     }
@@ -100,7 +123,7 @@ void patchPoints(const Vector P[3], const Vector N[3], int n, std::vector<PatchP
 
 // One thread's share of a pass: the triangles it keeps (indices of the
 // part), and the vertices and triangles it makes (indices of its own).
-struct DisplaceOutput {
+struct alignas(64) DisplaceOutput {
     std::vector<Triangle> kept;
     std::vector<Triangle> made;
     std::vector<Vector> positions;
@@ -111,6 +134,7 @@ struct DisplaceOutput {
     std::vector<std::vector<Vector>> vectors;
     // Scratch: the points of one patch and the triangles of the last level.
     std::vector<PatchPoint> points;
+    PatchCurves curves;
     std::vector<uint32_t> patch;
     int patchLevel = -1;
 };
@@ -174,7 +198,7 @@ void displaceTriangle(const Part& part, const Triangle& t, size_t d, DisplaceOut
                          unpackDirection(part.normals[v[2]])};
     const Vector T[3] = {unpackDirection(part.tangents[v[0]]), unpackDirection(part.tangents[v[1]]),
                          unpackDirection(part.tangents[v[2]])};
-    patchPoints(P, N, n, out.points);
+    patchPoints(P, N, n, out.points, out.curves);
 
     const uint32_t first = uint32_t(out.positions.size());
     static const std::vector<UV> noUvs;
@@ -298,7 +322,8 @@ void subdividePatch(const Vector P[3], const Vector N[3], int level, std::vector
     points.clear();
     triangles.clear();
     if (n == 0) return;
-    patchPoints(P, N, n, points);
+    PatchCurves curves;
+    patchPoints(P, N, n, points, curves);
     patchTriangles(n, triangles);
 }
 

@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr uint32_t kWeldBuckets = 262144;
+constexpr int kWeldBucketBits = 18;   // 262144 buckets at least
 constexpr uint32_t kNone = 0xFFFFFFFFu;
 // A corner whose vertex lies past the positions keeps its index as it was.
 constexpr uint32_t kKeepIndex = 0xFFFFFFFFu;
@@ -28,31 +28,44 @@ constexpr uint32_t kKeepIndex = 0xFFFFFFFFu;
 // may make at most 2^24 vertices; the work is cut into enough slots for that.
 constexpr uint64_t kSlotCorners = uint64_t(1) << 23;
 
-uint32_t bitsOf(float f) { return std::bit_cast<uint32_t>(f); }
+// The bit pattern of a coordinate, with -0 taken as +0: positions that are
+// equal as floats must meet in one bucket.
+uint32_t bitsOf(float f) { return f == 0.0f ? 0u : std::bit_cast<uint32_t>(f); }
 
-// The bucket of a position, on the bit patterns of its floats. A sign bit
-// alone never changes the bucket, so +0 and -0 meet in one chain, where the
-// float comparison treats them as the same position.
-uint32_t weldBucket(Vector p) {
-    return (bitsOf(p.x) * 15485843u + bitsOf(p.y) * 15485849u + bitsOf(p.z) * 15485857u) & (kWeldBuckets - 1);
+// The bucket of a position among 2^bits, from the bit patterns of its
+// floats. The prime sum alone would be decided by the low mantissa bits,
+// which are zero for coordinates on a grid or read from short decimals, so
+// that a flat region would fill a few buckets; the top bits of the mixed sum
+// spread them.
+uint32_t weldBucket(Vector p, int bits) {
+    const uint32_t sum = bitsOf(p.x) * 15485843u + bitsOf(p.y) * 15485849u + bitsOf(p.z) * 15485857u;
+    return (sum * 0x9E3779B1u) >> (32 - bits);
 }
 
 // For each vertex the index of its unique position; returns their number.
+// The table has 262144 buckets, and more for parts of more than 131072
+// vertices, so that chains stay short: which positions weld depends only on
+// their equality, never on the table's size.
 uint32_t weldPositions(const std::vector<Vector>& positions, std::vector<uint32_t>& weld) {
-    std::vector<uint32_t> head(kWeldBuckets, kNone);
-    std::vector<uint32_t> next;
-    std::vector<Vector> unique;
+    int bits = kWeldBucketBits;
+    while (bits < 30 && (size_t(1) << bits) < 2 * positions.size()) ++bits;
+    struct Entry {
+        Vector p;
+        uint32_t next;
+    };
+    std::vector<uint32_t> head(size_t(1) << bits, kNone);
+    std::vector<Entry> unique;
+    unique.reserve(positions.size() / 2 + 16);
     weld.resize(positions.size());
     for (size_t v = 0; v < positions.size(); ++v) {
         const Vector p = positions[v];
-        const uint32_t bucket = weldBucket(p);
-        uint32_t found = head[bucket];
-        while (found != kNone && !(unique[found] == p)) found = next[found];
+        uint32_t& first = head[weldBucket(p, bits)];
+        uint32_t found = first;
+        while (found != kNone && !(unique[found].p == p)) found = unique[found].next;
         if (found == kNone) {
             found = uint32_t(unique.size());
-            unique.push_back(p);
-            next.push_back(head[bucket]);
-            head[bucket] = found;
+            unique.push_back({p, first});
+            first = found;
         }
         weld[v] = found;
     }
@@ -84,7 +97,7 @@ AngleLimit angleLimit(float radians) {
 
 bool withinLimit(float d, const AngleLimit& limit) {
     if (limit.mode != 2) return limit.mode == 1;
-    d = std::fmin(std::fmax(d, -1.0f), 1.0f);
+    d = d < -1.0f ? -1.0f : (d > 1.0f ? 1.0f : d);
     if (d > limit.cosine + 1e-5f) return true;
     if (d < limit.cosine - 1e-5f) return false;
     return std::acos(d) < limit.radians;
@@ -93,19 +106,20 @@ bool withinLimit(float d, const AngleLimit& limit) {
 // What one slot of the welded positions produces: for each new vertex the
 // input vertex whose values it copies, and its new normal and tangent. The
 // scratch arrays hold the faces of one welded position.
-struct SmoothOutput {
+struct alignas(64) SmoothOutput {
     std::vector<uint32_t> source;
     std::vector<PackedDirection> normals;
     std::vector<PackedDirection> tangents;
     std::vector<Vector> faceNormal, faceTangent;
     std::vector<AngleLimit> limit;
     std::vector<uint32_t> vertex;
+    std::vector<uint64_t> takesN, takesG;
 };
 
 // The read-only view of the part during the corner loop.
 struct SmoothInput {
     const Part& part;
-    const std::vector<float>& shaderAngles;   // radians, by shader index
+    const std::vector<AngleLimit>& shaderLimits;   // by shader index
     bool uvTangents;                          // tangents and uv channel 0 both exist
 };
 
@@ -204,31 +218,61 @@ void smoothWelded(const SmoothInput& in, const Corner* corners, uint32_t m, uint
     for (uint32_t j = 0; j < m; ++j) {
         uint32_t shader = 0;
         out.vertex[j] = cornerFace(in, corners[j], out.faceNormal[j], out.faceTangent[j], shader);
-        out.limit[j] = angleLimit(shader < in.shaderAngles.size() ? in.shaderAngles[shader] : -kDegree);
+        out.limit[j] = shader < in.shaderLimits.size() ? in.shaderLimits[shader] : angleLimit(-kDegree);
     }
+    // Which faces each corner takes in, as a row of bits per corner: the
+    // dot product of a pair is made once and tested against both limits.
+    const uint32_t words = (m + 63) / 64;
+    out.takesN.assign(size_t(m) * words, 0);
+    out.takesG.assign(size_t(m) * words, 0);
+    auto mark = [words](std::vector<uint64_t>& takes, uint32_t row, uint32_t column) {
+        takes[size_t(row) * words + column / 64] |= uint64_t(1) << (column % 64);
+    };
+    for (uint32_t i = 0; i < m; ++i) {
+        const Vector Ni = out.faceNormal[i], Gi = out.faceTangent[i];
+        for (uint32_t j = i; j < m; ++j) {
+            const Vector Nj = out.faceNormal[j], Gj = out.faceTangent[j];
+            const bool sameN = Nj == Ni, sameG = Gj == Gi;
+            const float dN = dot(Ni, Nj), dG = dot(Gi, Gj);
+            if (sameN || withinLimit(dN, out.limit[i])) mark(out.takesN, i, j);
+            if (sameG || withinLimit(dG, out.limit[i])) mark(out.takesG, i, j);
+            if (j == i) continue;
+            if (sameN || withinLimit(dN, out.limit[j])) mark(out.takesN, j, i);
+            if (sameG || withinLimit(dG, out.limit[j])) mark(out.takesG, j, i);
+        }
+    }
+    // The packed sum of the faces of a row, reused while rows repeat, as
+    // they do wherever all faces at a point lie within each other's limits.
+    auto packedSum = [&](const std::vector<uint64_t>& takes, const std::vector<Vector>& faces, uint32_t row,
+                         uint32_t& lastRow, PackedDirection& last) {
+        const uint64_t* bits = &takes[size_t(row) * words];
+        if (lastRow != kNone && std::equal(bits, bits + words, &takes[size_t(lastRow) * words])) return last;
+        Vector sum{0.0f, 0.0f, 0.0f};
+        for (uint32_t j = 0; j < m; ++j)
+            if ((bits[j / 64] >> (j % 64)) & 1) sum += faces[j];
+        lastRow = row;
+        last = packDirection(sum.x, sum.y, sum.z);
+        return last;
+    };
+    uint32_t lastRowN = kNone, lastRowG = kNone;
+    PackedDirection lastN{0, 0, 0}, lastG{0, 0, 0};
+
     const Part& part = in.part;
     const uint32_t firstMade = uint32_t(out.source.size());
     for (uint32_t i = 0; i < m; ++i) {
         const uint32_t v = out.vertex[i];
         const AngleLimit& limit = out.limit[i];
-        Vector sumN{0.0f, 0.0f, 0.0f}, sumG{0.0f, 0.0f, 0.0f};
-        const Vector Ni = out.faceNormal[i], Gi = out.faceTangent[i];
-        for (uint32_t j = 0; j < m; ++j) {
-            const Vector Nj = out.faceNormal[j], Gj = out.faceTangent[j];
-            if (Nj == Ni || withinLimit(dot(Ni, Nj), limit)) sumN += Nj;
-            if (Gj == Gi || withinLimit(dot(Gi, Gj), limit)) sumG += Gj;
-        }
         PackedDirection normal{0, 0, 0}, tangent{0, 0, 0};
         if (limit.radians != 0.0f) {
             const bool keeps = limit.radians < 0.0f;
             if (keeps && v < part.normals.size() && !(part.normals[v] == PackedDirection{0, 0, 0}))
                 normal = part.normals[v];
             else
-                normal = packDirection(sumN.x, sumN.y, sumN.z);
+                normal = packedSum(out.takesN, out.faceNormal, i, lastRowN, lastN);
             if (keeps && v < part.tangents.size() && !(part.tangents[v] == PackedDirection{0, 0, 0}))
                 tangent = part.tangents[v];
             else
-                tangent = packDirection(sumG.x, sumG.y, sumG.z);
+                tangent = packedSum(out.takesG, out.faceTangent, i, lastRowG, lastG);
         }
 
         uint32_t made = firstMade;
@@ -364,7 +408,9 @@ void smooth(Part& part) {
         slotBegin[0] = 0;
 
         std::vector<SmoothOutput> outputs(kMaxThreads);
-        const SmoothInput in{part, angles, !part.tangents.empty() && !part.uvChannels.empty() &&
+        std::vector<AngleLimit> limits;
+        for (float radians : angles) limits.push_back(angleLimit(radians));
+        const SmoothInput in{part, limits, !part.tangents.empty() && !part.uvChannels.empty() &&
                                                !part.uvChannels[0].elements.empty()};
 #pragma omp parallel for schedule(static)
         for (uint32_t s = 0; s < slots; ++s) {
