@@ -116,11 +116,17 @@ struct alignas(64) SmoothOutput {
     std::vector<uint64_t> takesN, takesG;
 };
 
+// A face's normal and tangent.
+struct FaceVectors {
+    Vector normal, tangent;
+};
+
 // The read-only view of the part during the corner loop.
 struct SmoothInput {
     const Part& part;
     const std::vector<AngleLimit>& shaderLimits;   // by shader index
-    bool uvTangents;                          // tangents and uv channel 0 both exist
+    bool uvTangents;                               // tangents and uv channel 0 both exist
+    const std::vector<FaceVectors>& faces;         // triangles, then tetragons
 };
 
 Vector positionAt(const Part& part, uint32_t v) {
@@ -156,24 +162,34 @@ Vector faceTangent(const SmoothInput& in, const uint32_t (&v)[N], Vector normal)
     return fallbackTangent(normal);
 }
 
-// Face normal and tangent of the primitive behind a corner; returns its vertex.
+FaceVectors triangleVectors(const SmoothInput& in, const Triangle& t) {
+    const uint32_t v[3] = {t.a, t.b, t.c};
+    const Vector a = positionAt(in.part, v[0]);
+    const Vector normal = normalized(cross(positionAt(in.part, v[1]) - a, positionAt(in.part, v[2]) - a));
+    return {normal, faceTangent(in, v, normal)};
+}
+
+FaceVectors tetragonVectors(const SmoothInput& in, const Tetragon& q) {
+    const uint32_t v[4] = {q.a, q.b, q.c, q.d};
+    const Vector normal = normalized(cross(positionAt(in.part, v[2]) - positionAt(in.part, v[0]),
+                                           positionAt(in.part, v[3]) - positionAt(in.part, v[1])));
+    return {normal, faceTangent(in, v, normal)};
+}
+
+// The vertex and shader of the primitive behind a corner, and its face
+// vectors, which are made once per face before the corners are visited.
 uint32_t cornerFace(const SmoothInput& in, const Corner& c, Vector& normal, Vector& tangent, uint32_t& shader) {
+    const size_t triangleCount = in.part.triangles.size();
+    const FaceVectors& face = in.faces[c.kind == kTriangle ? c.primitive : triangleCount + c.primitive];
+    normal = face.normal, tangent = face.tangent;
     if (c.kind == kTriangle) {
         const Triangle& t = in.part.triangles[c.primitive];
-        const uint32_t v[3] = {t.a, t.b, t.c};
-        const Vector a = positionAt(in.part, v[0]);
-        normal = normalized(cross(positionAt(in.part, v[1]) - a, positionAt(in.part, v[2]) - a));
-        tangent = faceTangent(in, v, normal);
         shader = t.shader;
-        return v[c.corner];
+        return c.corner == 0 ? t.a : c.corner == 1 ? t.b : t.c;
     }
     const Tetragon& q = in.part.tetragons[c.primitive];
-    const uint32_t v[4] = {q.a, q.b, q.c, q.d};
-    normal = normalized(cross(positionAt(in.part, v[2]) - positionAt(in.part, v[0]),
-                              positionAt(in.part, v[3]) - positionAt(in.part, v[1])));
-    tangent = faceTangent(in, v, normal);
     shader = q.shader;
-    return v[c.corner];
+    return c.corner == 0 ? q.a : c.corner == 1 ? q.b : c.corner == 2 ? q.c : q.d;
 }
 
 // Whether two input vertices carry the same position and channel values; a
@@ -211,6 +227,7 @@ uint32_t& cornerSlot(std::vector<Triangle>& triangles, std::vector<Tetragon>& te
 // vertices in the slot's output, and their encoded indices in the copies.
 void smoothWelded(const SmoothInput& in, const Corner* corners, uint32_t m, uint32_t slot, SmoothOutput& out,
                   std::vector<Triangle>& triangles, std::vector<Tetragon>& tetragons) {
+    if (m == 0) return;   // a position that no face uses any more
     out.faceNormal.resize(m);
     out.faceTangent.resize(m);
     out.limit.resize(m);
@@ -220,36 +237,56 @@ void smoothWelded(const SmoothInput& in, const Corner* corners, uint32_t m, uint
         out.vertex[j] = cornerFace(in, corners[j], out.faceNormal[j], out.faceTangent[j], shader);
         out.limit[j] = shader < in.shaderLimits.size() ? in.shaderLimits[shader] : angleLimit(-kDegree);
     }
-    // Which faces each corner takes in, as a row of bits per corner: the
-    // dot product of a pair is made once and tested against both limits.
+    // Where every corner has the same limit and every pair of faces lies
+    // clearly within it, each corner takes in all faces, and one sum serves
+    // them all. Smooth regions of a mesh are this case.
+    auto allWithin = [&](const std::vector<Vector>& faces) {
+        const AngleLimit& limit = out.limit[0];
+        for (uint32_t j = 1; j < m; ++j)
+            if (out.limit[j].mode != limit.mode || !(out.limit[j].cosine == limit.cosine)) return false;
+        if (limit.mode != 2) return limit.mode == 1;
+        const float threshold = limit.cosine + 1e-5f;
+        for (uint32_t i = 0; i < m; ++i)
+            for (uint32_t j = i + 1; j < m; ++j)
+                if (!(dot(faces[i], faces[j]) > threshold)) return false;
+        return true;
+    };
+    const bool allN = allWithin(out.faceNormal), allG = allWithin(out.faceTangent);
+
+    // Otherwise, which faces each corner takes in, as a row of bits per
+    // corner: the dot product of a pair is made once and tested against both
+    // limits.
     const uint32_t words = (m + 63) / 64;
-    out.takesN.assign(size_t(m) * words, 0);
-    out.takesG.assign(size_t(m) * words, 0);
     auto mark = [words](std::vector<uint64_t>& takes, uint32_t row, uint32_t column) {
         takes[size_t(row) * words + column / 64] |= uint64_t(1) << (column % 64);
     };
-    for (uint32_t i = 0; i < m; ++i) {
-        const Vector Ni = out.faceNormal[i], Gi = out.faceTangent[i];
-        for (uint32_t j = i; j < m; ++j) {
-            const Vector Nj = out.faceNormal[j], Gj = out.faceTangent[j];
-            const bool sameN = Nj == Ni, sameG = Gj == Gi;
-            const float dN = dot(Ni, Nj), dG = dot(Gi, Gj);
-            if (sameN || withinLimit(dN, out.limit[i])) mark(out.takesN, i, j);
-            if (sameG || withinLimit(dG, out.limit[i])) mark(out.takesG, i, j);
-            if (j == i) continue;
-            if (sameN || withinLimit(dN, out.limit[j])) mark(out.takesN, j, i);
-            if (sameG || withinLimit(dG, out.limit[j])) mark(out.takesG, j, i);
+    auto markRows = [&](const std::vector<Vector>& faces, std::vector<uint64_t>& takes) {
+        takes.assign(size_t(m) * words, 0);
+        for (uint32_t i = 0; i < m; ++i)
+            for (uint32_t j = i; j < m; ++j) {
+                const bool same = faces[j] == faces[i];
+                const float d = dot(faces[i], faces[j]);
+                if (same || withinLimit(d, out.limit[i])) mark(takes, i, j);
+                if (j != i && (same || withinLimit(d, out.limit[j]))) mark(takes, j, i);
+            }
+    };
+    if (!allN) markRows(out.faceNormal, out.takesN);
+    if (!allG) markRows(out.faceTangent, out.takesG);
+
+    // The packed sum of the faces of a row, reused while rows repeat.
+    auto packedSum = [&](bool all, const std::vector<uint64_t>& takes, const std::vector<Vector>& faces,
+                         uint32_t row, uint32_t& lastRow, PackedDirection& last) {
+        if (lastRow != kNone) {
+            bool repeats = all;
+            for (uint32_t w = 0; !all && w < words; ++w) {
+                repeats = takes[size_t(row) * words + w] == takes[size_t(lastRow) * words + w];
+                if (!repeats) break;
+            }
+            if (repeats) return last;
         }
-    }
-    // The packed sum of the faces of a row, reused while rows repeat, as
-    // they do wherever all faces at a point lie within each other's limits.
-    auto packedSum = [&](const std::vector<uint64_t>& takes, const std::vector<Vector>& faces, uint32_t row,
-                         uint32_t& lastRow, PackedDirection& last) {
-        const uint64_t* bits = &takes[size_t(row) * words];
-        if (lastRow != kNone && std::equal(bits, bits + words, &takes[size_t(lastRow) * words])) return last;
         Vector sum{0.0f, 0.0f, 0.0f};
         for (uint32_t j = 0; j < m; ++j)
-            if ((bits[j / 64] >> (j % 64)) & 1) sum += faces[j];
+            if (all || ((takes[size_t(row) * words + j / 64] >> (j % 64)) & 1)) sum += faces[j];
         lastRow = row;
         last = packDirection(sum.x, sum.y, sum.z);
         return last;
@@ -268,11 +305,11 @@ void smoothWelded(const SmoothInput& in, const Corner* corners, uint32_t m, uint
             if (keeps && v < part.normals.size() && !(part.normals[v] == PackedDirection{0, 0, 0}))
                 normal = part.normals[v];
             else
-                normal = packedSum(out.takesN, out.faceNormal, i, lastRowN, lastN);
+                normal = packedSum(allN, out.takesN, out.faceNormal, i, lastRowN, lastN);
             if (keeps && v < part.tangents.size() && !(part.tangents[v] == PackedDirection{0, 0, 0}))
                 tangent = part.tangents[v];
             else
-                tangent = packedSum(out.takesG, out.faceTangent, i, lastRowG, lastG);
+                tangent = packedSum(allG, out.takesG, out.faceTangent, i, lastRowG, lastG);
         }
 
         uint32_t made = firstMade;
@@ -410,8 +447,15 @@ void smooth(Part& part) {
         std::vector<SmoothOutput> outputs(kMaxThreads);
         std::vector<AngleLimit> limits;
         for (float radians : angles) limits.push_back(angleLimit(radians));
-        const SmoothInput in{part, limits, !part.tangents.empty() && !part.uvChannels.empty() &&
-                                               !part.uvChannels[0].elements.empty()};
+        std::vector<FaceVectors> faces(part.triangles.size() + part.tetragons.size());
+        const SmoothInput in{part, limits,
+                             !part.tangents.empty() && !part.uvChannels.empty() && !part.uvChannels[0].elements.empty(),
+                             faces};
+        const int64_t triangleTotal = int64_t(part.triangles.size()), faceTotal = int64_t(faces.size());
+#pragma omp parallel for schedule(static)
+        for (int64_t f = 0; f < faceTotal; ++f)
+            faces[size_t(f)] = f < triangleTotal ? triangleVectors(in, part.triangles[size_t(f)])
+                                                 : tetragonVectors(in, part.tetragons[size_t(f - triangleTotal)]);
 #pragma omp parallel for schedule(static)
         for (uint32_t s = 0; s < slots; ++s) {
             SmoothOutput& out = outputs[s];
@@ -426,6 +470,7 @@ void smooth(Part& part) {
                 smoothWelded(in, &corners[offsets[w]], offsets[w + 1] - offsets[w], s, out, triangles, tetragons);
         }
         std::vector<Corner>().swap(corners);
+        std::vector<FaceVectors>().swap(faces);
 
         std::vector<uint64_t> base(kMaxThreads + 1, 0);
         for (uint32_t s = 0; s < slots; ++s) base[s + 1] = base[s] + outputs[s].source.size();
