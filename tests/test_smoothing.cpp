@@ -122,13 +122,6 @@ TEST_F(Smoothing, TangentsFollowTheUvsOnceThePartHasTangents) {
     for (PackedDirection t : part.tangents) EXPECT_EQ(t, (PackedDirection{127, 0, 0}));
     smooth(part);   // now from the uvs
     for (PackedDirection t : part.tangents) EXPECT_EQ(t, (PackedDirection{0, -127, 0}));
-
-    // A face that looks down -z takes the fixed tangent.
-    Part down;
-    for (Vector p : {Vector{0, 0, 0}, Vector{0, 1, 0}, Vector{1, 0, 0}}) addVertex(down, p);
-    down.triangles = {{0, 1, 2, shader}};
-    smooth(down);
-    for (PackedDirection t : down.tangents) EXPECT_EQ(t, (PackedDirection{0, -127, 0}));
 }
 
 TEST_F(Smoothing, PositionsWeldWhenEqualAsFloats) {
