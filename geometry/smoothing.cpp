@@ -362,6 +362,22 @@ void gatherChannels(std::vector<VertexChannel<T>>& channels, const std::vector<S
     for (auto& channel : channels) gatherChannel(channel.elements, outputs, slots, base, vertexCount);
 }
 
+// Calls visit(corner, vertex) for every corner of the part: triangles first,
+// then tetragons, each in rising index.
+template <typename Visit>
+void forEachCorner(const Part& part, Visit visit) {
+    for (uint32_t i = 0; i < part.triangles.size(); ++i) {
+        const Triangle& t = part.triangles[i];
+        const uint32_t v[3] = {t.a, t.b, t.c};
+        for (uint8_t k = 0; k < 3; ++k) visit(Corner{i, kTriangle, k}, v[k]);
+    }
+    for (uint32_t i = 0; i < part.tetragons.size(); ++i) {
+        const Tetragon& q = part.tetragons[i];
+        const uint32_t v[4] = {q.a, q.b, q.c, q.d};
+        for (uint8_t k = 0; k < 4; ++k) visit(Corner{i, kTetragon, k}, v[k]);
+    }
+}
+
 uint32_t decode(uint32_t encoded, uint32_t original, const std::vector<uint64_t>& base) {
     return encoded == kKeepIndex ? original : uint32_t((encoded >> 8) + base[encoded & 255]);
 }
@@ -394,47 +410,25 @@ void smooth(Part& part) {
 
         // Corner lists: a run per welded position, triangles first, then
         // tetragons, each in rising index. Corners whose vertex has no
-        // position belong to no run.
+        // position belong to no run, and keep their index.
         std::vector<uint32_t> offsets(size_t(W) + 1, 0);
-        auto weldOf = [&](uint32_t v) { return v < vertexCount ? weld[v] : kNone; };
-        for (const Triangle& t : part.triangles)
-            for (uint32_t v : {t.a, t.b, t.c})
-                if (v < vertexCount) ++offsets[weld[v] + 1];
-        for (const Tetragon& q : part.tetragons)
-            for (uint32_t v : {q.a, q.b, q.c, q.d})
-                if (v < vertexCount) ++offsets[weld[v] + 1];
+        forEachCorner(part, [&](Corner, uint32_t v) {
+            if (v < vertexCount) ++offsets[weld[v] + 1];
+        });
         for (uint32_t w = 0; w < W; ++w) offsets[w + 1] += offsets[w];
         std::vector<Corner> corners(offsets[W]);
         std::vector<uint32_t> cursor(offsets.begin(), offsets.end() - 1);
         std::vector<Triangle> triangles = part.triangles;
         std::vector<Tetragon> tetragons = part.tetragons;
         size_t outOfRange = 0;
-        for (uint32_t i = 0; i < part.triangles.size(); ++i) {
-            const Triangle& t = part.triangles[i];
-            const uint32_t v[3] = {t.a, t.b, t.c};
-            for (uint8_t k = 0; k < 3; ++k) {
-                const uint32_t w = weldOf(v[k]);
-                if (w == kNone) {
-                    ++outOfRange;
-                    cornerSlot(triangles, tetragons, {i, kTriangle, k}) = kKeepIndex;
-                } else {
-                    corners[cursor[w]++] = {i, kTriangle, k};
-                }
+        forEachCorner(part, [&](Corner c, uint32_t v) {
+            if (v < vertexCount) {
+                corners[cursor[weld[v]]++] = c;
+            } else {
+                ++outOfRange;
+                cornerSlot(triangles, tetragons, c) = kKeepIndex;
             }
-        }
-        for (uint32_t i = 0; i < part.tetragons.size(); ++i) {
-            const Tetragon& q = part.tetragons[i];
-            const uint32_t v[4] = {q.a, q.b, q.c, q.d};
-            for (uint8_t k = 0; k < 4; ++k) {
-                const uint32_t w = weldOf(v[k]);
-                if (w == kNone) {
-                    ++outOfRange;
-                    cornerSlot(triangles, tetragons, {i, kTetragon, k}) = kKeepIndex;
-                } else {
-                    corners[cursor[w]++] = {i, kTetragon, k};
-                }
-            }
-        }
+        });
         for (size_t i = 0; i < outOfRange; ++i) reportError("smoothing out of range");
         std::vector<uint32_t>().swap(cursor);
         std::vector<uint32_t>().swap(weld);
