@@ -93,14 +93,23 @@ struct Corner {
 struct AngleLimit {
     float radians;
     float cosine;
-    uint8_t mode;   // 0 never, 1 always, 2 by the cosine
+    uint8_t mode;          // 0 never, 1 always, 2 by the cosine
+    bool byReference;      // halfCosine may stand in for tests of all pairs
+    float halfCosine;      // cos(radians / 2 - kReferenceMargin)
 };
+
+// Faces that all lie within half the limit, less this margin, of one face
+// lie within the limit of each other, by the triangle inequality of angles.
+// The margin outweighs the rounding of the dot products; the reference test
+// serves limits far enough from 0 and from pi for the margin to tell.
+constexpr float kReferenceMargin = 1e-3f;
 
 AngleLimit angleLimit(float radians) {
     static const float largestAngle = std::acos(-1.0f);
-    if (!(radians > 0.0f)) return {radians, 1.0f, 0};
-    if (radians > largestAngle) return {radians, -1.0f, 1};
-    return {radians, std::cos(radians), 2};
+    if (!(radians > 0.0f)) return {radians, 1.0f, 0, false, 1.0f};
+    if (radians > largestAngle) return {radians, -1.0f, 1, false, -1.0f};
+    const bool byReference = radians >= 0.02f && radians <= largestAngle - 0.02f;
+    return {radians, std::cos(radians), 2, byReference, std::cos(radians / 2.0f - kReferenceMargin)};
 }
 
 bool withinLimit(float d, const AngleLimit& limit) {
@@ -253,6 +262,11 @@ void smoothWelded(const SmoothInput& in, const Corner* corners, uint32_t m, uint
         for (uint32_t j = 1; j < m; ++j)
             if (out.limit[j].mode != limit.mode || !(out.limit[j].cosine == limit.cosine)) return false;
         if (limit.mode != 2) return limit.mode == 1;
+        if (limit.byReference) {
+            bool near = true;
+            for (uint32_t j = 1; j < m; ++j) near = near && dot(faces[0], faces[j]) > limit.halfCosine;
+            if (near) return true;
+        }
         const float threshold = limit.cosine + 1e-5f;
         for (uint32_t i = 0; i < m; ++i)
             for (uint32_t j = i + 1; j < m; ++j)
