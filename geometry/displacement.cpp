@@ -201,9 +201,8 @@ void displaceTriangle(const Part& part, const Triangle& t, size_t d, DisplaceOut
     patchPoints(P, N, n, out.points, out.curves);
 
     const uint32_t first = uint32_t(out.positions.size());
-    static const std::vector<UV> noUvs;
-    const std::vector<UV>& uv0 = part.uvChannels.empty() ? noUvs : part.uvChannels[0].elements;
-    const bool hasUv = v[0] < uv0.size() && v[1] < uv0.size() && v[2] < uv0.size();
+    const size_t uvCount = part.uvChannels.empty() ? 0 : part.uvChannels[0].elements.size();
+    const bool hasUv = v[0] < uvCount && v[1] < uvCount && v[2] < uvCount;
     for (const PatchPoint& point : out.points) {
         const float* b = point.b;
         const Vector normal = N[0] * b[0] + N[1] * b[1] + N[2] * b[2];
@@ -214,12 +213,10 @@ void displaceTriangle(const Part& part, const Triangle& t, size_t d, DisplaceOut
         interpolateChannels(part.uvChannels, out.uvs, v, b);
         interpolateChannels(part.vectorChannels, out.vectors, v, b);
         // Every point of a patch of level 1 and more is a corner of one of
-        // its triangles, so each moves here, once, from its own values.
+        // its triangles, so each moves here, once, from its own values: the
+        // uv just interpolated, or (0, 0) where the face has none.
         float uv[2] = {0.0f, 0.0f};
-        if (hasUv) {
-            uv[0] = uv0[v[0]].u * b[0] + uv0[v[1]].u * b[1] + uv0[v[2]].u * b[2];
-            uv[1] = uv0[v[0]].v * b[0] + uv0[v[1]].v * b[1] + uv0[v[2]].v * b[2];
-        }
+        if (hasUv) uv[0] = out.uvs[0].back().u, uv[1] = out.uvs[0].back().v;
         out.positions.push_back(point.p + displacementOffset(element, uv, packedNormal, packedTangent));
         out.normals.push_back(packedNormal);
         out.tangents.push_back(packedTangent);
