@@ -57,13 +57,15 @@ size_t partBytes(const Part& part) {
 
 size_t faceCount(const Part& part) { return part.triangles.size() + 2 * part.tetragons.size(); }
 
-// A height field over a square of n x n cells, two triangles each.
+// A height field over a square of n x n cells of size 1, two triangles each.
+// (Faces much smaller than 0.01 would have normals shorter than unit by the
+// guarded normalisation, and would not smooth.)
 Part wavyGrid(int n) {
     Part part;
     for (int j = 0; j <= n; ++j)
         for (int i = 0; i <= n; ++i) {
-            const float x = float(i) / float(n), y = float(j) / float(n);
-            part.positions.push_back({x, y, 0.05f * std::sin(20.0f * x) * std::cos(17.0f * y)});
+            const float x = float(i), y = float(j);
+            part.positions.push_back({x, y, 2.0f * std::sin(0.05f * x) * std::cos(0.043f * y)});
         }
     for (int j = 0; j < n; ++j)
         for (int i = 0; i < n; ++i) {

@@ -98,17 +98,18 @@ struct AngleLimit {
     float halfCosine;      // cos(radians / 2 - kReferenceMargin)
 };
 
-// Faces that all lie within half the limit, less this margin, of one face
-// lie within the limit of each other, by the triangle inequality of angles.
-// The margin outweighs the rounding of the dot products; the reference test
-// serves limits far enough from 0 and from pi for the margin to tell.
+// Unit faces that all lie within half the limit, less this margin, of one
+// face lie within the limit of each other, by the triangle inequality of
+// angles. The margin outweighs the rounding of lengths and dot products for
+// limits between 0.1 and pi - 0.1. Faces too small for the guarded
+// normalisation to make them unit take the test of all pairs.
 constexpr float kReferenceMargin = 1e-3f;
 
 AngleLimit angleLimit(float radians) {
     static const float largestAngle = std::acos(-1.0f);
     if (!(radians > 0.0f)) return {radians, 1.0f, 0, false, 1.0f};
     if (radians > largestAngle) return {radians, -1.0f, 1, false, -1.0f};
-    const bool byReference = radians >= 0.02f && radians <= largestAngle - 0.02f;
+    const bool byReference = radians >= 0.1f && radians <= largestAngle - 0.1f;
     return {radians, std::cos(radians), 2, byReference, std::cos(radians / 2.0f - kReferenceMargin)};
 }
 
@@ -264,7 +265,11 @@ void smoothWelded(const SmoothInput& in, const Corner* corners, uint32_t m, uint
         if (limit.mode != 2) return limit.mode == 1;
         if (limit.byReference) {
             bool near = true;
-            for (uint32_t j = 1; j < m; ++j) near = near && dot(faces[0], faces[j]) > limit.halfCosine;
+            for (uint32_t j = 0; j < m; ++j) {
+                const float length = dot(faces[j], faces[j]);
+                near = near && length > 1.0f - 2e-5f && length < 1.0f + 2e-5f &&
+                       dot(faces[0], faces[j]) > limit.halfCosine;
+            }
             if (near) return true;
         }
         const float threshold = limit.cosine + 1e-5f;
