@@ -244,9 +244,13 @@ void reserveOutput(const Part& part, size_t begin, size_t end, size_t d, Displac
     out.positions.reserve(points);
     out.normals.reserve(points);
     out.tangents.reserve(points);
-    for (auto& c : out.scalars) c.reserve(points);
-    for (auto& c : out.uvs) c.reserve(points);
-    for (auto& c : out.vectors) c.reserve(points);
+    auto reserveFilled = [points](const auto& channels, auto& lists) {
+        for (size_t c = 0; c < channels.size(); ++c)
+            if (!channels[c].elements.empty()) lists[c].reserve(points);
+    };
+    reserveFilled(part.scalarChannels, out.scalars);
+    reserveFilled(part.uvChannels, out.uvs);
+    reserveFilled(part.vectorChannels, out.vectors);
 }
 
 // Appends the threads' arrays to `target` in thread order, each thread
