@@ -2,12 +2,25 @@
 // finished scene: the density estimator of the root's parts and hair tables.
 #pragma once
 
+#include <cstdint>
+#include <vector>
+
 #include "geometry/object.h"
 
 struct Shader;
 
 // Moves vertices along displacement shaders, splitting faces as needed.
 void displace(Part& part);
+// One point of a curved patch: its barycentric weights and its position.
+struct PatchPoint {
+    float b[3];
+    Vector p;
+};
+// The curved patch of level n over a triangle with unit corner normals: the
+// (n + 1)(n + 2) / 2 points row by row from corner 0, and n² triangles as
+// index triples into them. Level 0 gives nothing.
+void subdividePatch(const Vector P[3], const Vector N[3], int level, std::vector<PatchPoint>& points,
+                    std::vector<uint32_t>& triangles);
 // Splits vertices at creases by the shader's smoothing angle.
 void smooth(Part& part);
 // The per-primitive cells that photon deposits go into.

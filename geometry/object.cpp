@@ -7,20 +7,6 @@
 #include "core/report.h"
 #include "lv.h"
 
-PackedDirection packDirection(float x, float y, float z) {
-    const float s = x * x + y * y + z * z;
-    const float scale = s == 0.0f ? 1.0f : 1.0f / guardedLength(s);
-    auto component = [scale](float c) {
-        int v = int(c * 128.0f * scale);
-        if (v > 127) v = 127;
-        if (v < -127) v = -127;
-        return int8_t(v);
-    };
-    return {component(x), component(y), component(z)};
-}
-
-Vector unpackDirection(PackedDirection d) { return normalized({float(d.x), float(d.y), float(d.z)}); }
-
 void checkPart(Part& part) {
     const bool particles = !part.particles.empty();
     const bool cylinders = !part.cylinders.empty();

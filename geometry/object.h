@@ -24,8 +24,20 @@ struct PackedDirection {
 };
 inline bool operator==(PackedDirection a, PackedDirection b) { return a.x == b.x && a.y == b.y && a.z == b.z; }
 
-PackedDirection packDirection(float x, float y, float z);
-Vector unpackDirection(PackedDirection d);
+// Inline: smoothing and displacement pack and unpack several times per face.
+inline PackedDirection packDirection(float x, float y, float z) {
+    const float s = x * x + y * y + z * z;
+    const float scale = s == 0.0f ? 1.0f : 1.0f / guardedLength(s);
+    auto component = [scale](float c) {
+        int v = int(c * 128.0f * scale);
+        if (v > 127) v = 127;
+        if (v < -127) v = -127;
+        return int8_t(v);
+    };
+    return {component(x), component(y), component(z)};
+}
+
+inline Vector unpackDirection(PackedDirection d) { return normalized({float(d.x), float(d.y), float(d.z)}); }
 
 enum PrimitiveKind : uint8_t {
     kParticle = 1,

@@ -1,0 +1,272 @@
+// Displacement: the curved patch, moves by constants, images and frames,
+// passes in order, the warning without normals, the curve towards a sphere,
+// and instances sharing the displaced geometry.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+#include <tuple>
+
+#include "core/records.h"
+#include "core/stages.h"
+#include "geometry/load_time.h"
+#include "geometry/prepare.h"
+#include "geometry/traversal.h"
+#include "load_time_meshes.h"
+#include "scene_fixture.h"
+#include "shading/hit_shading.h"
+#include "shading/images.h"
+
+namespace {
+
+using namespace meshes;
+
+class Displacement : public SceneTest {
+protected:
+    // A new shader with a name of its own, so that faces keep it.
+    static int named() {
+        const int s = lvAddShader();
+        lvSetShaderName(s, ("displacing " + std::to_string(s)).c_str());
+        return s;
+    }
+    // A shader with the given smoothing angle and one displacement element
+    // per entry of `elements`: (level, direction, vector).
+    struct Element {
+        int level;
+        Vector direction, vector;
+    };
+    static uint32_t shaderWith(float angle, std::initializer_list<Element> elements) {
+        const int s = named();
+        lvSetShaderSmoothAngle(s, angle);
+        for (const Element& e : elements) {
+            const int d = lvAddDisplacementShader(s);
+            lvSetDisplacementLevel(s, d, e.level);
+            lvSetDisplacementVector(s, d, e.vector.x, e.vector.y, e.vector.z);
+            registry.shaders[size_t(s)].geometry.vector[size_t(d)].direction = e.direction;
+        }
+        return uint32_t(s);
+    }
+
+    // Makes `part` the only part of the root object and prepares the scene.
+    static void prepareScene(Part part, int instances = 0) {
+        Object object;
+        object.name = "displaced";
+        object.parts.push_back(std::move(part));
+        registry.objects.push_back(std::move(object));
+        if (instances > 0) {
+            Object root;
+            root.name = "root";
+            for (int i = 0; i < instances; ++i) {
+                Instance in;
+                in.targetName = "displaced";
+                in.toWorld[3] = 10.0f * float(i);
+                root.instances.push_back(in);
+            }
+            registry.objects.push_back(std::move(root));
+        }
+        for (Shader& shader : registry.shaders) prepareShader(shader);
+        quietly(prepareAccelerator);
+    }
+
+    static RayState rayFrom(Vector origin, Vector direction) {
+        RayState ray = freshRay();
+        ray.origin = origin;
+        ray.direction = normalized(direction);
+        return ray;
+    }
+};
+
+TEST(Patch, FlatFaceGivesSquaredCountsFacingItsWay) {
+    const Vector P[3] = {{0, 0, 0}, {2, 0, 0}, {0, 2, 0}};
+    const Vector N[3] = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}};
+    std::vector<PatchPoint> points;
+    std::vector<uint32_t> triangles;
+    subdividePatch(P, N, 4, points, triangles);
+    ASSERT_EQ(points.size(), 15u);
+    ASSERT_EQ(triangles.size(), 3u * 16u);
+    for (const PatchPoint& point : points) {
+        EXPECT_EQ(point.p.z, 0.0f);
+        EXPECT_NEAR(point.p.x, 2.0f * point.b[1], 0.05f);
+        EXPECT_NEAR(point.p.y, 2.0f * point.b[2], 0.05f);
+    }
+    for (size_t k = 0; k < triangles.size(); k += 3) {
+        const Vector a = points[triangles[k]].p, b = points[triangles[k + 1]].p, c = points[triangles[k + 2]].p;
+        EXPECT_GT(cross(b - a, c - a).z, 0.0f) << k / 3;
+    }
+    subdividePatch(P, N, 0, points, triangles);
+    EXPECT_TRUE(points.empty() && triangles.empty());
+}
+
+TEST_F(Displacement, FlatQuadMovesByExactlyTheVector) {
+    // In the vertex's frame (tangent x, bitangent y, normal z) ...
+    Part framed = grid(1, 1.0f, shaderWith(30, {{1, zero, {0.125f, 0.25f, 0.5f}}}));
+    const std::vector<Vector> before = framed.positions;
+    displace(framed);
+    EXPECT_TRUE(framed.tetragons.empty());
+    ASSERT_EQ(framed.triangles.size(), 2u);
+    for (const Triangle& t : framed.triangles)
+        for (uint32_t v : {t.a, t.b, t.c}) {
+            const Vector p = framed.positions[v];
+            const Vector original = {p.x - 0.125f, p.y + 0.25f, p.z - 0.5f};
+            EXPECT_TRUE(std::count(before.begin(), before.end(), original) == 1) << v;
+        }
+
+    // ... and along a direction, scaled per channel, at a finer level.
+    Part directed = grid(1, 1.0f, shaderWith(30, {{3, {0, 0, 2}, {0.25f, 0.25f, 0.25f}}}));
+    displace(directed);
+    ASSERT_EQ(directed.triangles.size(), 18u);
+    for (const Triangle& t : directed.triangles)
+        for (uint32_t v : {t.a, t.b, t.c}) {
+            const Vector p = directed.positions[v];
+            EXPECT_EQ(p.z, 0.5f);
+            EXPECT_TRUE(p.x >= 0.0f && p.x <= 1.0f && p.y >= 0.0f && p.y <= 1.0f);
+        }
+}
+
+TEST_F(Displacement, ImageDrivesTheMoveAndMidGreyKeepsThePlace) {
+    ImageRecord image;
+    SizeImage(image, 2, 1, 3, 32, false);
+    StorePixel(image, 0, {1.0f, 1.0f, 1.0f});
+    StorePixel(image, 1, {0.5f, 0.5f, 0.5f});
+    image.loaded = 1;
+    registry.textures.push_back(image);
+    const uint32_t shader = shaderWith(30, {{2, {0, 0, 1}, {1, 1, 1}}});
+    SurfaceElement& element = registry.shaders[shader].geometry.vector[0];
+    element.imageIndex = int32_t(registry.textures.size()) - 1;
+    element.sampler.pixel_sampler = kSamplerNearest;
+
+    Part part = grid(4, 1.0f, shader);
+    displace(part);
+    ASSERT_EQ(part.triangles.size(), 4u * 16u * 2u);
+    const auto& uvs = part.uvChannels[0].elements;
+    ASSERT_EQ(uvs.size(), part.positions.size());
+    int moved = 0, still = 0;
+    for (const Triangle& t : part.triangles)
+        for (uint32_t v : {t.a, t.b, t.c}) {
+            if (uvs[v].u >= 1.0f || uvs[v].v >= 1.0f) continue;   // the wrap takes the far edge back to texel 0
+            const bool left = uvs[v].u < 0.5f;
+            EXPECT_EQ(part.positions[v].z, left ? 0.5f : 0.0f) << uvs[v].u;
+            (left ? moved : still) += 1;
+        }
+    EXPECT_GT(moved, 50);
+    EXPECT_GT(still, 50);
+}
+
+TEST_F(Displacement, PassesComposeInOrderAndShortListsPassThrough) {
+    const uint32_t two = shaderWith(30, {{2, {0, 0, 1}, {0, 0, 0.25f}}, {3, {0, 0, 1}, {0, 0, 0.5f}}});
+    const uint32_t one = shaderWith(30, {{2, {1, 0, 0}, {0.5f, 0, 0}}});
+    const uint32_t none = shaderWith(30, {});
+    Part part = grid(1, 1.0f, two);   // two triangles through both passes
+    const uint32_t base = uint32_t(part.positions.size());
+    for (Vector p : {Vector{5, 0, 0}, Vector{6, 0, 0}, Vector{5, 1, 0}}) addVertex(part, p);
+    part.triangles = {{base, base + 1, base + 2, one}, {base, base + 2, base + 1, none}};
+    displace(part);
+
+    size_t fromTwo = 0, fromOne = 0, fromNone = 0;
+    for (const Triangle& t : part.triangles) {
+        const Vector p = part.positions[t.a];
+        if (t.shader == two) {
+            ++fromTwo;
+            EXPECT_NEAR(p.z, 0.75f, 1e-6f);   // 0.25 in the first pass, 0.5 in the second
+        } else if (t.shader == one) {
+            ++fromOne;
+            EXPECT_EQ(p.z, 0.0f);
+            EXPECT_GE(p.x, 5.5f);
+        } else {
+            ++fromNone;
+            EXPECT_EQ(p, (Vector{5, 0, 0}));
+        }
+    }
+    EXPECT_EQ(fromTwo, 2u * 4u * 9u);
+    EXPECT_EQ(fromOne, 4u);
+    EXPECT_EQ(fromNone, 1u);
+}
+
+TEST_F(Displacement, WithoutNormalsItWarnsAndLeavesTheFacesAsTriangles) {
+    Part part = grid(2, 1.0f, shaderWith(-1, {{4, zero, {0, 0, 1}}}));
+    const std::vector<Vector> before = part.positions;
+    const auto lines = reportedLines([&] { displace(part); });
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "warning :( \tmissing vertex normals for displacement mapping"),
+              2);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), kRule), 1);
+    EXPECT_TRUE(part.tetragons.empty());
+    EXPECT_EQ(part.triangles.size(), 8u);
+    EXPECT_EQ(part.positions, before);
+
+    // Given normals without tangents: one warning.
+    Part normalsOnly = grid(1, 1.0f, shaderWith(-1, {{4, zero, {0, 0, 1}}}));
+    normalsOnly.normals.assign(4, PackedDirection{0, 0, 127});
+    const auto once = reportedLines([&] { displace(normalsOnly); });
+    EXPECT_EQ(std::count(once.begin(), once.end(), "warning :( \tmissing vertex normals for displacement mapping"), 1);
+}
+
+TEST_F(Displacement, OctahedronAlongItsNormalsApproachesASphereSharedByInstances) {
+    // Normals smoothed over all four faces at a corner point along the axes;
+    // the patches curve towards the sphere and the move adds 1 along them.
+    // Three instances, the first at the origin, hold no geometry of their own.
+    prepareScene(octahedron(1.0f, shaderWith(150, {{24, zero, {0, 0, 1}}})), 3);
+    const Part& part = registry.objects[0].parts[0];
+    EXPECT_EQ(part.triangles.size(), 8u * 24u * 24u);
+    EXPECT_TRUE(registry.objects[1].parts.empty());
+    // Patches meet without cracks: the points of a shared edge are the same
+    // floats on both sides, so the surface has the positions of a closed one.
+    std::set<std::tuple<float, float, float>> unique;
+    for (Vector p : part.positions) unique.insert({p.x, p.y, p.z});
+    EXPECT_EQ(unique.size(), 4u * 24u * 24u + 2u);
+
+    float nearest = 1e9f, farthest = 0.0f;
+    for (int r = 0; r < 2000; ++r) {
+        const float z = 1.0f - 2.0f * (float(r) + 0.5f) / 2000.0f, phi = 2.39996323f * float(r) + 0.1f;
+        const float s = std::sqrt(1.0f - z * z);
+        RayState ray = rayFrom(zero, {s * std::cos(phi), s * std::sin(phi), z});
+        ASSERT_TRUE(intersectClosest(ray)) << r;
+        nearest = std::min(nearest, ray.t), farthest = std::max(farthest, ray.t);
+    }
+    // Radius 2 within 4 %; the octahedron itself ranges over 42 %.
+    EXPECT_GT(nearest, 1.92f);
+    EXPECT_LT(farthest, 2.08f);
+}
+
+TEST_F(Displacement, SmoothedSphereShadesSmoothlyWithTheSameSilhouette) {
+    // Two spheres of one mesh, one without normals (angle 0) and one smoothed.
+    const int layered = named();
+    lvAddSurfaceShader(layered);
+    Part faceted = sphere(24, 12, 1.0f, uint32_t(layered));
+    const int smoothShader = named();
+    lvAddSurfaceShader(smoothShader);
+    lvSetShaderSmoothAngle(smoothShader, 60);
+    lvSetShaderSmoothAngle(layered, 0);
+    Part smoothed = faceted;
+    for (Triangle& t : smoothed.triangles) t.shader = uint32_t(smoothShader);
+    for (Vector& p : smoothed.positions) p.x += 3.0f;
+    Object object;
+    object.parts = {faceted, smoothed};
+    registry.objects.push_back(std::move(object));
+    for (Shader& shader : registry.shaders) prepareShader(shader);
+    quietly(prepareAccelerator);
+
+    float facetedError = 0.0f, smoothError = 0.0f;
+    for (int r = 0; r < 400; ++r) {
+        const Vector aim = {float(r % 20) * 0.11f - 1.0437f, float(r / 20) * 0.11f - 1.0291f, 0.0f};
+        RayState left = rayFrom(aim + Vector{0, 0, 5}, {0, 0, -1});
+        RayState right = rayFrom(aim + Vector{3, 0, 5}, {0, 0, -1});
+        const bool hitLeft = intersectClosest(left), hitRight = intersectClosest(right);
+        ASSERT_EQ(hitLeft, hitRight) << r;
+        if (!hitLeft) continue;
+        EXPECT_NEAR(left.t, right.t, 1e-5f);
+        HitRecord a{}, b{};
+        shadeHit(left, a);
+        shadeHit(right, b);
+        const Vector p = left.origin + left.direction * left.t;
+        EXPECT_LT(angleDegrees(a.normal, a.geometric_normal), 0.05f);
+        // Grazing hits keep the face normal so that reflections stay above the face.
+        if (p.z < 0.5f) continue;
+        facetedError = std::max(facetedError, angleDegrees(a.normal, p));
+        smoothError = std::max(smoothError, angleDegrees(b.normal, p));
+    }
+    EXPECT_GT(facetedError, 5.0f);
+    EXPECT_LT(smoothError, 2.0f);
+}
+
+}  // namespace
