@@ -258,7 +258,11 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
         const float pl = nl * d2 / (cosLight * light.totalArea);
         const float toLight = cosLight / (d2 * float(kGeometryLightPoints) * p);
         if (c.hair) return balancedHairSample(c, origin, l, T * q.power * (kPi * toLight), pl, nb);
-        return balancedSample(c, origin, l, a, T * q.power * (std::fabs(a) * kInvPi * toLight), pl, nb, 1.0f);
+        // A point's power is its radiance times the whole emitting area over
+        // pi, so power |a| cos / d^2 over the point's share of the set is the
+        // estimate of the cosine-weighted mean of the incoming radiance that
+        // the lambertian bounces also estimate.
+        return balancedSample(c, origin, l, a, T * q.power * (std::fabs(a) * toLight), pl, nb, 1.0f);
     });
 }
 

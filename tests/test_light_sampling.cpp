@@ -1,0 +1,133 @@
+// Light found by sampling the sky and the emitters, weighed against the light
+// that bounces find: with sampling on or off the same scene renders the same
+// value within noise, the value that physics fixes where it is known, and
+// sampling leaves far less noise.
+#include <cmath>
+#include <functional>
+
+#include "lights/sky_light.h"
+#include "radiance_scene.h"
+
+namespace {
+
+class LightSampling : public RadianceScene {
+protected:
+    // A sky image held in memory, so that the sky stage finds it loaded.
+    static void skyImage(const std::function<Color(float u, float v)>& f) {
+        ImageRecord& record = registry.skyLight.image;
+        const int width = 64, height = 32;
+        SizeImage(record, width, height, 3, 32, false);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                StorePixel(record, y * width + x, f((float(x) + 0.5f) / float(width), (float(y) + 0.5f) / float(height)));
+        record.name = "memory";
+        record.loaded = 1;
+    }
+    // Mean and variance of the red channel over the pixels of an image.
+    static std::pair<double, double> moments(const ImageRecord& image) {
+        double sum = 0.0, squares = 0.0;
+        const int n = image.width * image.height;
+        for (int i = 0; i < n; ++i) {
+            const double v = storedPixel(image, i).x;
+            sum += v, squares += v * v;
+        }
+        return {sum / n, squares / n - (sum / n) * (sum / n)};
+    }
+    // A floor under the sky, seen from above through `size` pixels.
+    const ImageRecord& floorUnderSky(int s, int size, int frames) {
+        square(0.0f, 1000.0f, s);
+        camera({0, 0, 5}, {0, 0, 0}, 20.0f, size, frames);
+        return render();
+    }
+};
+
+// A floor that reflects a and lets through t diffusely, under a sky of
+// radiance 1 all round, shows a + t; with the sky sampled through a constant
+// image, or found by bounces alone, alike. With a glossy layer on top the
+// two ways agree too.
+TEST_F(LightSampling, FurnaceSkyGivesTheAlbedoWithAndWithoutSampling) {
+    for (bool glossy : {false, true}) {
+        double means[2];
+        for (bool sampled : {false, true}) {
+            SCOPED_TRACE(testing::Message() << (sampled ? "sampled" : "bounces alone") << (glossy ? ", glossy" : ""));
+            lvSetRendererSample(64);
+            registry.skyLight.color = one;
+            if (sampled) skyImage([](float, float) { return one; });
+            const int s = shader(one * 0.5f);
+            lvSetSurfaceColor(s, 0, LV_ELEMENT_TRANSMISSIVE, 0.25f, 0.25f, 0.25f);
+            if (glossy) {
+                lvSetSurfaceColor(s, 0, LV_ELEMENT_GLOSSY, 0.2f, 0.2f, 0.2f);
+                lvSetSurfaceColor(s, 0, LV_ELEMENT_ROUGHNESS, 0.3f, 0.3f, 0.3f);
+                lvSetSurfaceColor(s, 0, LV_ELEMENT_IOR, 1.5f, 1.5f, 1.5f);
+            }
+            means[sampled] = moments(floorUnderSky(s, 8, 2)).first;
+            if (!glossy) {
+                EXPECT_NEAR(means[sampled], 0.75, 0.01);
+            }
+            restart();
+        }
+        EXPECT_NEAR(means[1], means[0], 0.015 * means[0]) << (glossy ? "glossy" : "diffuse");
+    }
+}
+
+// A small bright sun in a dim sky: both ways agree on the floor's value, and
+// the sampled one has far less variance from pixel to pixel.
+TEST_F(LightSampling, SunIsFoundWithLessNoiseBySampling) {
+    double means[2], variances[2];
+    for (int sampled : {0, 1}) {
+        lvSetRendererSample(16);
+        registry.skyLight.color = one;
+        skyImage([](float u, float v) {
+            const float du = u - 0.3f, dv = v - 0.25f;
+            return du * du + dv * dv < 0.004f ? Color{200, 200, 200} : Color{0.2f, 0.2f, 0.2f};
+        });
+        lvSetSkyLightSample(sampled ? 64 : 0);
+        std::tie(means[sampled], variances[sampled]) = moments(floorUnderSky(shader(one * 0.5f), 16, 4));
+        restart();
+    }
+    EXPECT_NEAR(means[1], means[0], 0.1 * means[0]);
+    EXPECT_LT(variances[1], 0.25 * variances[0]);
+}
+
+// A lambertian wall under a square lamp of half side a at height h: albedo
+// times the lamp's radiance times the form factor 4 (X / s) atan(1 / s) / pi,
+// X = a / h, s = sqrt(1 + X^2). Sampling the lamp's points changes the noise,
+// not the value.
+TEST_F(LightSampling, EmitterSampledOrNotGivesTheFormFactor) {
+    const float X = 1.0f, s = std::sqrt(1.0f + X * X), F = 4.0f * (X / s) * std::atan(1.0f / s) / kPi;
+    for (int samples : {0, 16}) {
+        SCOPED_TRACE(samples);
+        lvSetRendererSample(64);
+        lvSetGeometryLightSample(samples);
+        square(0.0f, 20.0f, shader(one * 0.5f));
+        const int lamp = shader(zero, {1, 1, 1});
+        lvSetSurfaceVirtualLight(lamp, 0, true);
+        square(2.0f, 2.0f, lamp, false);
+        camera({0, 0, 1}, {0, 0, 0}, 6.0f, 16, 4);
+        expectMean(render(), 4, 12, one * (0.5f * F), 0.02f);
+        restart();
+    }
+}
+
+// A window shows the sky's own radiance behind it and no emission of its
+// own; with a black sky nothing of the sky is sampled or seen.
+TEST_F(LightSampling, WindowsShowTheSkyAndABlackSkyIsOff) {
+    registry.skyLight.color = {0.25f, 0.5f, 1.0f};
+    const int pane = shader(zero, {9, 9, 9});
+    registry.shaders[size_t(pane)].layers[0].window = true;   // a scene file's `window` line
+    square(0.0f, 10.0f, pane);
+    camera({0, 0, 5}, {0, 0, 0}, 10.0f, 4, 1);
+    expectMean(render(), 0, 4, {0.25f, 0.5f, 1.0f}, 1e-6f);
+    restart();
+    registry.skyLight.color = zero;
+    skyImage([](float, float) { return one; });
+    square(0.0f, 10.0f, shader(one));
+    camera({0, 0, 5}, {0, 0, 0}, 10.0f, 4, 1);
+    quietly([] { lvInitialize(); });
+    EXPECT_EQ(registry.skyLight.sample, 0);
+    EXPECT_EQ(registry.skyLight.photon, 0);
+    quietly(lvRender);
+    expectMean(registry.cameras[0].aovs[0].image, 0, 4, zero, 0.0f);
+}
+
+}  // namespace
