@@ -73,13 +73,17 @@ FacePoint tetragonOf(const Part& part, uint32_t index, float u1, float u2) {
 }
 
 // The emission of one side of a shader at uv: the emissive elements of the
-// side's layers, summed.
+// side's virtual-light layers, summed. Other layers are never sampled: a
+// bounce that finds them counts all of their emission, and a sample of them
+// would count it twice.
 Color sideEmission(uint32_t shader, int side, const float uv[2]) {
     if (shader >= registry.shaders.size()) return zero;
     const Shader& s = registry.shaders[shader];
     Color sum = zero;
-    for (int k = 0; k < s.layerCount[side]; ++k)
-        sum += elementColor(s.layers[s.layerList[side][k]].elements[LV_ELEMENT_EMISSIVE], uv);
+    for (int k = 0; k < s.layerCount[side]; ++k) {
+        const SurfaceShader& layer = s.layers[s.layerList[side][k]];
+        if (layer.virtual_light) sum += elementColor(layer.elements[LV_ELEMENT_EMISSIVE], uv);
+    }
     return sum;
 }
 
