@@ -78,6 +78,36 @@ uint32_t cubeTexelOf(Vector d) {
     return face << 16 | y << 8 | x;
 }
 
+namespace {
+
+// Area of the spherical triangle of three unit vectors.
+double sphericalTriangle(Vector a, Vector b, Vector c) {
+    const double numerator = std::fabs(double(dot(a, cross(b, c))));
+    return 2.0 * std::atan2(numerator, 1.0 + double(dot(a, b)) + double(dot(b, c)) + double(dot(c, a)));
+}
+
+// The solid angles of the texels of one face; every face is a turn of the
+// first. Lines of constant s or t are great circles, so a texel is a
+// spherical quad of two triangles.
+std::vector<float> faceSolidAngles() {
+    std::vector<float> angles(kCubeFaceTexels);
+    for (int y = 0; y < kCubeFaceSize; ++y)
+        for (int x = 0; x < kCubeFaceSize; ++x) {
+            const float s = float(x), t = float(y);
+            const Vector a = cubeDirection(0, s, t), b = cubeDirection(0, s + 1.0f, t);
+            const Vector c = cubeDirection(0, s + 1.0f, t + 1.0f), d = cubeDirection(0, s, t + 1.0f);
+            angles[size_t(y * kCubeFaceSize + x)] = float(sphericalTriangle(a, b, c) + sphericalTriangle(a, c, d));
+        }
+    return angles;
+}
+
+}  // namespace
+
+float texelSolidAngle(uint32_t code) {
+    static const std::vector<float> angles = faceSolidAngles();
+    return angles[code & 0xFFFFu];
+}
+
 Color cubeTexelColor(uint32_t code) {
     const uint32_t p = skyCube[code >> 16][code & 0xFFFFu];
     const uint32_t e = p >> 24;

@@ -29,6 +29,14 @@ Vector cubeDirection(int face, float s, float t);
 uint32_t cubeTexelOf(Vector direction);
 // The colour of a baked texel by its code; black for an exponent of 0.
 Color cubeTexelColor(uint32_t code);
+// The solid angle that a texel covers, in steradians. The warp leaves texels
+// between 0.9 and 1.2 times the mean 4 pi / 393216, the same on every face.
+float texelSolidAngle(uint32_t code);
+// The density per steradian at which the lights draw directions in a texel:
+// its probability in the distribution over its solid angle.
+inline float skyDensity(uint32_t code) {
+    return probability(skyDistribution(), int(code)) / texelSolidAngle(code);
+}
 
 // The sky along a direction: the image times the colour, or the colour
 // alone. Photons and window surfaces see this.

@@ -278,7 +278,6 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         const uint32_t i = total ? index : ray.sample_index;
         const float u = rotated(radicalInverse(i, ray.dimension), ray.sequence_shift[total ? 1 : 0]);
         const int code = sample(texels, u);
-        const float p = probability(texels, code);
         const float s = rotated(radicalInverse(i, ray.dimension + 1), ray.sequence_shift[0]);
         const float t = rotated(radicalInverse(i, ray.dimension + 2), ray.sequence_shift[1]);
         const Vector l = cubeDirection(code >> 16, float(code & 0xFF) + s, float((code >> 8) & 0xFF) + t);
@@ -289,9 +288,11 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         const Color T = occlusion(origin.shadow, kInfinity);
         if (belowCutoff(T)) return LobeBundle{};
         const Color radiance = skyRadiance(l);
-        const float texelsPerSteradian = float(kCubeTexels) * p;
+        // The density of the draw per steradian; the weights below count it
+        // twice against half the lobes' budget, or once against a fibre's.
+        const float density = skyDensity(uint32_t(code));
         if (total) {
-            const float P = texelsPerSteradian * kInvFourPi;
+            const float P = density;
             if (P <= 1e-8f) return LobeBundle{};
             const float Q = float(sky.sample) * P, nb = float(registry.rendererSample);
             if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, nb);
@@ -299,11 +300,8 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         }
         // One sample: the shadow ray only gates it, and the path's
         // throughput takes its place.
-        if (c.hair) {
-            const float P = texelsPerSteradian * kInvFourPi;
-            return balancedHairSample(c, origin, l, radiance / P * ray.throughput, P, 1.0f);
-        }
-        const float P = texelsPerSteradian * kInvTwoPi;
+        if (c.hair) return balancedHairSample(c, origin, l, radiance / density * ray.throughput, density, 1.0f);
+        const float P = 2.0f * density;
         return balancedSample(c, origin, l, a, radiance * (2.0f * std::fabs(a) / (P * kPi)) * ray.throughput, P,
                               1.0f, 1.0f);
     });

@@ -118,8 +118,8 @@ Color missRadiance(const RayState& ray) {
     const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
     // Light that the sky's samples could have found is shared with them.
     if (sky.sample != 0 && bounces != 0 && ((ray.lobe & 0xFEu) == 2 || ray.lobe == 4) && outsideBody(ray)) {
-        const float p = probability(skyDistribution(), int(cubeTexelOf(ray.direction)));
-        const float P = float(kCubeTexels) * p * (ray.previous_kind == kCylinder ? kInvFourPi : kInvTwoPi);
+        const float density = skyDensity(cubeTexelOf(ray.direction));
+        const float P = ray.previous_kind == kCylinder ? density : 2.0f * density;
         result = s * bounceWeight(ray, P, sky.sample);
     }
     if (ray.lobe >= 2 && ray.lobe <= 7)

@@ -65,19 +65,22 @@ TEST(SkyCube, FacesPointAlongTheAxesAndTexelOfInvertsDirection) {
 }
 
 // The warp makes texels nearly, not exactly, equal: the six faces tile the
-// sphere once, and no texel departs from 4 pi / 393216 by more than the
-// warp's -10 % to +21 %. The lights take 4 pi / 393216 as every texel's
-// solid angle, so this bounds the error of that assumption.
+// sphere once, no texel departs from 4 pi / 393216 by more than the warp's
+// -10 % to +21 %, and the solid angle that the lights divide by is the
+// texel's own.
 TEST(SkyCube, TexelsTileTheSphereWithNearlyEqualSolidAngles) {
     const double ideal = 4.0 * kPi / kCubeTexels;
-    double total = 0.0, smallest = 1e9, largest = 0.0;
+    double total = 0.0, smallest = 1e9, largest = 0.0, worst = 0.0;
     for (int face = 0; face < 6; ++face)
         for (int y = 0; y < 256; ++y)
             for (int x = 0; x < 256; ++x) {
-                const double a = patchArea(face, float(x), float(y), 1.0f) / ideal;
+                const double area = patchArea(face, float(x), float(y), 1.0f), a = area / ideal;
+                const double table = texelSolidAngle(uint32_t(face) << 16 | uint32_t(y) << 8 | uint32_t(x));
+                worst = std::max(worst, std::fabs(table / area - 1.0));
                 total += a, smallest = std::min(smallest, a), largest = std::max(largest, a);
             }
     EXPECT_NEAR(total / kCubeTexels, 1.0, 1e-4);
+    EXPECT_LT(worst, 1e-3);   // faces differ only by float rounding
     EXPECT_GT(smallest, 0.90);
     EXPECT_LT(largest, 1.21);
 }
@@ -103,12 +106,10 @@ TEST_F(SkyLight, ConstantImageBakesAFlatDistributionAndItsColour) {
 
 // Directions drawn as the lights draw them (a texel from the distribution,
 // a uniform point in it, its cube direction) are binned in latitude and
-// longitude and compared with the counts that the texels' probabilities
-// give. The image is a gradient with a bright sun disc, turned by a tilted
-// frame so that the sun sits off every axis. (Counts from the density
-// 393216 p / 4 pi per steradian would differ by up to a tenth per bin: that
-// density takes every texel's solid angle as equal, which the test of the
-// tiling bounds.)
+// longitude and compared with the counts that the density the lights claim
+// for them gives, integrated over each bin. The image is a gradient with a
+// bright sun disc, turned by a tilted frame so that the sun sits off every
+// axis.
 TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
     registry.skyLight.image = image(128, 64, [](float u, float v) {
         const float du = u - 0.3f, dv = (v - 0.25f) * 0.5f;
@@ -127,8 +128,7 @@ TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
         const int column = std::min(kColumns - 1, int((std::atan2(v.y, v.x) + kPi) / kTwoPi * kColumns));
         return row * kColumns + column;
     };
-    // Expected shares: each texel's probability spread over 4 x 4 equal
-    // parts of its square, as a uniform point in it falls.
+    // Expected shares: the claimed density over 4 x 4 parts of each texel.
     std::vector<double> expected(kBins, 0.0);
     for (int code = 0; code < kCubeTexels; ++code) {
         const float p = probability(d, code);
@@ -137,7 +137,9 @@ TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
         for (int j = 0; j < 4; ++j)
             for (int i = 0; i < 4; ++i)
                 expected[size_t(bin(cubeDirection(face, float(x) + (float(i) + 0.5f) * 0.25f,
-                                                  float(y) + (float(j) + 0.5f) * 0.25f)))] += p / 16.0;
+                                                  float(y) + (float(j) + 0.5f) * 0.25f)))] +=
+                    double(skyDensity(uint32_t(code))) *
+                    patchArea(face, float(x) + float(i) * 0.25f, float(y) + float(j) * 0.25f, 0.25f);
     }
 
     constexpr int kDraws = 1000000;
