@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -51,6 +52,19 @@ inline std::string readScene(const std::string& text) {
     ReportCapture capture;
     readSceneStream(file);
     return capture.text();
+}
+
+// A float image already in memory, as if read from a file, with the colour
+// f(u, v) at each pixel centre.
+inline ImageRecord memoryImage(int width, int height, const std::function<Color(float u, float v)>& f) {
+    ImageRecord record;
+    SizeImage(record, width, height, 3, 32, false);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            StorePixel(record, y * width + x, f((float(x) + 0.5f) / float(width), (float(y) + 0.5f) / float(height)));
+    record.name = "memory";
+    record.loaded = 1;
+    return record;
 }
 
 class SceneTest : public ::testing::Test {

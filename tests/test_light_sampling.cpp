@@ -14,14 +14,7 @@ class LightSampling : public RadianceScene {
 protected:
     // A sky image held in memory, so that the sky stage finds it loaded.
     static void skyImage(const std::function<Color(float u, float v)>& f) {
-        ImageRecord& record = registry.skyLight.image;
-        const int width = 64, height = 32;
-        SizeImage(record, width, height, 3, 32, false);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x)
-                StorePixel(record, y * width + x, f((float(x) + 0.5f) / float(width), (float(y) + 0.5f) / float(height)));
-        record.name = "memory";
-        record.loaded = 1;
+        registry.skyLight.image = memoryImage(64, 32, f);
     }
     // Mean and variance of the red channel over the pixels of an image.
     static std::pair<double, double> moments(const ImageRecord& image) {

@@ -19,17 +19,6 @@ protected:
         SceneTest::SetUp();
         registry.sceneRadius = 2.0f;
     }
-    // A float image already in memory, so that the stage finds it loaded.
-    static ImageRecord image(int width, int height, const std::function<Color(float u, float v)>& f) {
-        ImageRecord record;
-        SizeImage(record, width, height, 3, 32, false);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x)
-                StorePixel(record, y * width + x, f((float(x) + 0.5f) / float(width), (float(y) + 0.5f) / float(height)));
-        record.name = "memory";
-        record.loaded = 1;
-        return record;
-    }
     static void prepare() { quietly(prepareSkyLight); }
 };
 
@@ -86,7 +75,7 @@ TEST(SkyCube, TexelsTileTheSphereWithNearlyEqualSolidAngles) {
 }
 
 TEST_F(SkyLight, ConstantImageBakesAFlatDistributionAndItsColour) {
-    registry.skyLight.image = image(16, 8, [](float, float) { return Color{0.5f, 1.0f, 0.25f}; });
+    registry.skyLight.image = memoryImage(16, 8, [](float, float) { return Color{0.5f, 1.0f, 0.25f}; });
     prepare();
     const Distribution& d = skyDistribution();
     ASSERT_EQ(d.count, kCubeTexels);
@@ -111,7 +100,7 @@ TEST_F(SkyLight, ConstantImageBakesAFlatDistributionAndItsColour) {
 // bright sun disc, turned by a tilted frame so that the sun sits off every
 // axis.
 TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
-    registry.skyLight.image = image(128, 64, [](float u, float v) {
+    registry.skyLight.image = memoryImage(128, 64, [](float u, float v) {
         const float du = u - 0.3f, dv = (v - 0.25f) * 0.5f;
         const float sun = du * du + dv * dv < 0.0016f ? 100.0f : 0.0f;
         return Color{0.2f + v + sun, 0.3f + 0.5f * u + sun, 1.0f - 0.8f * v + sun};
@@ -185,7 +174,7 @@ TEST_F(SkyLight, FrameKeepsNorthAndStraightensZenith) {
 
 TEST_F(SkyLight, BlackSkySwitchesSamplingAndPhotonsOff) {
     // A black colour, whatever the image.
-    registry.skyLight.image = image(4, 2, [](float, float) { return one; });
+    registry.skyLight.image = memoryImage(4, 2, [](float, float) { return one; });
     lvSetSkyLightColor(0, 0, 0);
     prepare();
     EXPECT_EQ(registry.skyLight.sample, 0);
@@ -194,7 +183,7 @@ TEST_F(SkyLight, BlackSkySwitchesSamplingAndPhotonsOff) {
     quietly(releaseSkyLight);
 
     // A black image under a bright colour.
-    registry.skyLight.image = image(4, 2, [](float, float) { return zero; });
+    registry.skyLight.image = memoryImage(4, 2, [](float, float) { return zero; });
     prepare();
     EXPECT_EQ(registry.skyLight.sample, 0);
     EXPECT_EQ(registry.skyLight.photon, 0);
@@ -217,7 +206,7 @@ TEST_F(SkyLight, ReportGivesMapSizeAndMemory) {
     EXPECT_EQ(skyRadiance({0, 0, 1}), (Color{0.75f, 0.75f, 0.75f}));
     quietly(releaseSkyLight);
 
-    registry.skyLight.image = image(64, 32, [](float u, float) { return Color{u, u, u}; });
+    registry.skyLight.image = memoryImage(64, 32, [](float u, float) { return Color{u, u, u}; });
     EXPECT_EQ(reportedLines(prepareSkyLight),
               (std::vector<std::string>{"sky light map width                  64 [ n/a ]",
                                         "sky light map height                 32 [ n/a ]",
@@ -235,7 +224,7 @@ TEST_F(SkyLight, BackdropAtDepthZeroThenColourImageOrCube) {
     Camera camera = defaultCamera();
     camera.width = 4, camera.height = 2;
     registry.cameras.push_back(camera);
-    registry.skyLight.backdrop = image(4, 2, [](float u, float v) { return Color{u, v, 7.0f}; });
+    registry.skyLight.backdrop = memoryImage(4, 2, [](float u, float v) { return Color{u, v, 7.0f}; });
     registry.skyLight.color = {1.0f, 2.0f, 3.0f};
     prepare();
 
@@ -248,7 +237,7 @@ TEST_F(SkyLight, BackdropAtDepthZeroThenColourImageOrCube) {
     quietly(releaseSkyLight);
 
     // An image that is bright only near the zenith (v = 0).
-    registry.skyLight.image = image(64, 32, [](float, float v) { return v < 0.1f ? Color{4, 4, 4} : Color{1, 1, 1}; });
+    registry.skyLight.image = memoryImage(64, 32, [](float, float v) { return v < 0.1f ? Color{4, 4, 4} : Color{1, 1, 1}; });
     prepare();
     ray.depth = 1;
     EXPECT_NEAR(skyRadianceForRay(ray).x, 3.0f, 1e-5f);   // the image times 0.75
