@@ -2,8 +2,8 @@
 // time, on a scene directory (the Cornell example by default, whose lamp is
 // a virtual light). A long render with the light sampled is the reference;
 // then two renders of the same size each get the same budget of seconds,
-// one with the light sampled (16 samples, as the example has it) and one
-// without, where only the bounces find the lamp. Each renders frame after
+// one with the light sampled (LIGHT_SAMPLE samples, 16 as the example has
+// them, by default) and one without, where only the bounces find the lamp. Each renders frame after
 // frame into the running mean until its budget is spent. Prints the frames
 // done, the RMSE of each against the reference over all pixels and
 // channels, and the ratio of the squared errors (without / with).
@@ -13,7 +13,7 @@
 // and a path traced image (distance 0) has no photon estimate, so the two
 // settings would converge to different images.
 //
-//   light_sampling [SCENE_DIR] [BUDGET_SECONDS] [REFERENCE_FRAMES]
+//   light_sampling [SCENE_DIR] [BUDGET_SECONDS] [REFERENCE_FRAMES] [LIGHT_SAMPLE]
 #include <omp.h>
 #include <unistd.h>
 
@@ -40,10 +40,8 @@
 namespace {
 
 constexpr int kSize = 128;
-constexpr int kLightSample = 16;
 // Frames the timed renders may reach: the camera's sample count, large so
-// that the first hit spends one bounce and one light sample per frame and
-// the running mean goes on.
+// that the running mean goes on.
 constexpr int kCameraSample = 4096;
 // The running mean and the sample indices keep 16 bits.
 constexpr int kMaxFrames = 65535;
@@ -89,7 +87,6 @@ bool prepare(uint64_t seed, int lightSample, int cameraSample, std::ostringstrea
         settings->sceneLightSample = registry.geometryLight.sample;
         settings->scenePhoton = registry.geometryLight.photon;
     }
-    registry.geometryLight.sample = lightSample;
     registry.geometryLight.photon = 0;
     if (registry.cameras.empty()) {
         lvShutdown();
@@ -97,6 +94,13 @@ bool prepare(uint64_t seed, int lightSample, int cameraSample, std::ostringstrea
         return false;
     }
     Camera& camera = registry.cameras[0];
+    // The first hit spreads its lobes' and the light's budgets over the
+    // camera's frames. Both budgets grow with the frames here, so that each
+    // frame spends what a frame of the scene's own camera spends, and the
+    // weights see the scene's ratio of the two.
+    const int scale = std::max(1, cameraSample / std::max(1, camera.sample));
+    registry.rendererSample *= scale;
+    registry.geometryLight.sample = lightSample * scale;
     camera.width = camera.height = kSize;
     camera.sample = cameraSample;
     for (Aov& aov : camera.aovs) aov.image.name.clear();   // nothing is written
@@ -164,7 +168,9 @@ int main(int argc, char** argv) {
     const std::filesystem::path source = std::filesystem::path(__FILE__).parent_path().parent_path();
     const std::string directory = argc > 1 ? argv[1] : (source / "examples" / "cornell").string();
     const double budget = argc > 2 ? std::max(0.1, std::atof(argv[2])) : 5.0;
-    const int referenceFrames = argc > 3 ? std::clamp(std::atoi(argv[3]), 1, kMaxFrames - 1) : 6000;
+    const int referenceFrames = argc > 3 ? std::clamp(std::atoi(argv[3]), 1, kMaxFrames - 1) : 600;
+    // The light's samples per first hit over all frames, as a geometry_light block's `sample`.
+    const int lightSample = argc > 4 ? std::max(1, std::atoi(argv[4])) : 16;
     if (chdir(directory.c_str()) != 0) {
         std::fprintf(stderr, "cannot enter %s\n", directory.c_str());
         return 2;
@@ -178,7 +184,7 @@ int main(int argc, char** argv) {
     Settings settings;
     const auto referenceStart = Clock::now();
     const Run reference =
-        render(7, kLightSample, std::max(kCameraSample, referenceFrames + 1), referenceFrames, 0.0, &settings);
+        render(7, lightSample, std::max(kCameraSample, referenceFrames + 1), referenceFrames, 0.0, &settings);
     if (!reference.ok) {
         std::fprintf(stderr, "%s has no camera\n", name.c_str());
         return 2;
@@ -187,10 +193,10 @@ int main(int argc, char** argv) {
     std::printf("scene: renderer sample %d, bounce %d, clamp %g %g %g, geometry light sample %d, photon %d\n",
                 settings.rendererSample, settings.bounce, settings.clamp[0], settings.clamp[1], settings.clamp[2],
                 settings.sceneLightSample, settings.scenePhoton);
-    std::printf("here: camera sample %d (one bounce and at most one light sample per pixel and frame at the first "
-                "hit), geometry light photon 0\n",
+    std::printf("here: camera sample %d, with the renderer's and the light's samples scaled alike, so that a frame "
+                "spends what a frame of the scene's camera spends; geometry light photon 0\n",
                 kCameraSample);
-    std::printf("reference   light sample %2d %6d frames %8.2f s (%.2f s with preparation), mean %.5f\n", kLightSample,
+    std::printf("reference   light sample %2d %6d frames %8.2f s (%.2f s with preparation), mean %.5f\n", lightSample,
                 reference.frames, reference.seconds, referenceElapsed.count(), meanValue(reference.image));
 
     struct Case {
@@ -200,7 +206,7 @@ int main(int argc, char** argv) {
         Run run;
         double mse = 0.0;
     };
-    Case cases[2] = {{"sampled", kLightSample, 11, {}}, {"bounces", 0, 13, {}}};
+    Case cases[2] = {{"sampled", lightSample, 11, {}}, {"bounces", 0, 13, {}}};
     for (Case& c : cases) {
         c.run = render(c.seed, c.lightSample, kCameraSample, kCameraSample, budget);
         c.mse = meanSquaredError(c.run.image, reference.image);
