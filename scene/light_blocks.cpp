@@ -3,7 +3,9 @@
 // it. The geometry light and the sky light exist once, so their blocks write
 // the registry's settings, and a later block overwrites what an earlier one
 // set (the `aov` and `link` lists add up).
+#include <cstdint>
 #include <string>
+#include <type_traits>
 
 #include "core/registry.h"
 #include "scene/block_parsers.h"
@@ -27,32 +29,17 @@ void readAov(SceneInput& input, std::vector<Aov>& aovs) {
     parseAovBlock(input, aovs.back());
 }
 
-// Keywords that point and parallel lights share. `photon` is 64-bit here
-// only: the sky and the geometry light count their photons in an int.
-
-template <class Light>
-void lightColor(SceneInput&, std::istream& line, Light& light) {
-    ReadVector(line, light.color);
-}
-template <class Light>
-void lightBlur(SceneInput&, std::istream& line, Light& light) {
-    ReadFloat(line, light.blur);
-}
-template <class Light>
-void lightSample(SceneInput&, std::istream& line, Light& light) {
-    ReadInt(line, light.sample);
-}
-template <class Light>
-void lightPhoton(SceneInput&, std::istream& line, Light& light) {
-    ReadLong(line, light.photon);
-}
-template <class Light>
-void lightIor(SceneInput&, std::istream& line, Light& light) {
-    ReadFloat(line, light.ior);
-}
-template <class Light>
-void lightOffset(SceneInput&, std::istream& line, Light& light) {
-    ReadFloat(line, light.offset);
+// A value of a point or parallel light, read by the field's type. `photon`
+// is 64-bit here only: the sky and the geometry light count their photons in
+// an int.
+template <class Light, auto Field>
+void lightField(SceneInput&, std::istream& line, Light& light) {
+    auto& value = light.*Field;
+    using T = std::remove_reference_t<decltype(value)>;
+    if constexpr (std::is_same_v<T, float>) ReadFloat(line, value);
+    else if constexpr (std::is_same_v<T, int>) ReadInt(line, value);
+    else if constexpr (std::is_same_v<T, int64_t>) ReadLong(line, value);
+    else ReadVector(line, value);
 }
 template <class Light>
 void lightAov(SceneInput& input, std::istream&, Light& light) {
@@ -68,31 +55,33 @@ void parallelDirection(SceneInput&, std::istream& line, ParallelLight& light) {
     ReadFloats(line, light.frame + 6, 3);
 }
 
-constexpr BlockKeyword<ParallelLight> kParallelLight[] = {
-    {"color", lightColor<ParallelLight>},
-    {"blur", lightBlur<ParallelLight>},
-    {"sample", lightSample<ParallelLight>},
-    {"photon", lightPhoton<ParallelLight>},
+using Parallel = ParallelLight;
+constexpr BlockKeyword<Parallel> kParallelLight[] = {
+    {"color", lightField<Parallel, &Parallel::color>},
+    {"blur", lightField<Parallel, &Parallel::blur>},
+    {"sample", lightField<Parallel, &Parallel::sample>},
+    {"photon", lightField<Parallel, &Parallel::photon>},
     {"direction", parallelDirection},
-    {"ior", lightIor<ParallelLight>},
-    {"offset", lightOffset<ParallelLight>},
-    {"aov", lightAov<ParallelLight>},
-    {"link", lightLink<ParallelLight>},
+    {"ior", lightField<Parallel, &Parallel::ior>},
+    {"offset", lightField<Parallel, &Parallel::offset>},
+    {"aov", lightAov<Parallel>},
+    {"link", lightLink<Parallel>},
 };
 
-constexpr BlockKeyword<PointLight> kPointLight[] = {
-    {"color", lightColor<PointLight>},
-    {"position", [](SceneInput&, std::istream& line, PointLight& l) { ReadVector(line, l.position); }},
-    {"blur", lightBlur<PointLight>},
-    {"sample", lightSample<PointLight>},
-    {"photon", lightPhoton<PointLight>},
-    {"direction", [](SceneInput&, std::istream& line, PointLight& l) { ReadVector(line, l.direction); }},
-    {"inner_angle", [](SceneInput&, std::istream& line, PointLight& l) { ReadFloat(line, l.innerAngle); }},
-    {"outer_angle", [](SceneInput&, std::istream& line, PointLight& l) { ReadFloat(line, l.outerAngle); }},
-    {"offset", lightOffset<PointLight>},
-    {"ior", lightIor<PointLight>},
-    {"aov", lightAov<PointLight>},
-    {"link", lightLink<PointLight>},
+using Point = PointLight;
+constexpr BlockKeyword<Point> kPointLight[] = {
+    {"color", lightField<Point, &Point::color>},
+    {"position", lightField<Point, &Point::position>},
+    {"blur", lightField<Point, &Point::blur>},
+    {"sample", lightField<Point, &Point::sample>},
+    {"photon", lightField<Point, &Point::photon>},
+    {"direction", lightField<Point, &Point::direction>},
+    {"inner_angle", lightField<Point, &Point::innerAngle>},
+    {"outer_angle", lightField<Point, &Point::outerAngle>},
+    {"offset", lightField<Point, &Point::offset>},
+    {"ior", lightField<Point, &Point::ior>},
+    {"aov", lightAov<Point>},
+    {"link", lightLink<Point>},
 };
 
 // The geometry and sky blocks fill the registry itself.
