@@ -254,7 +254,7 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
         origin.shadow.previous_path = q.path;
         const Color T = occlusion(origin.shadow, distance);
         if (belowCutoff(T)) return LobeBundle{};
-        const float nl = total ? float(light.sample) : 1.0f, nb = total ? float(registry.rendererSample) : 1.0f;
+        const float nl = total ? float(light.sample) : 1.0f, nb = total ? float(light.workingSample) : 1.0f;
         const float pl = nl * d2 / (cosLight * light.totalArea);
         const float toLight = cosLight / (d2 * float(kGeometryLightPoints) * p);
         if (c.hair) return balancedHairSample(c, origin, l, T * q.power * (kPi * toLight), pl, nb);
@@ -294,7 +294,7 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         if (total) {
             const float P = density;
             if (P <= 1e-8f) return LobeBundle{};
-            const float Q = float(sky.sample) * P, nb = float(registry.rendererSample);
+            const float Q = float(sky.sample) * P, nb = float(sky.workingSample);
             if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, nb);
             return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, nb, 0.5f);
         }

@@ -42,13 +42,14 @@ float bounceDensity(const RayState& ray) {
 
 // The balance weight of light that a bounce found against the samples that
 // the light took with density `pl` and `lightSamples` samples per hit. At the
-// first bounce the hit spent the lobe budget on bounces and the light's own
+// first bounce the hit spent the lobe budget (`lobeSamples`, the renderer's
+// sample count as the light's stage holds it) on bounces and the light's own
 // count on samples.
-float bounceWeight(const RayState& ray, float pl, int lightSamples) {
+float bounceWeight(const RayState& ray, float pl, int lightSamples, int lobeSamples) {
     const float pb = bounceDensity(ray);
     if (pb <= 0.0f) return 0.0f;
     if (ray.diffuse_bounces + ray.glossy_bounces == 1) {
-        const float n = float(registry.rendererSample);
+        const float n = float(lobeSamples);
         return pb * n / (pb * n + pl * float(lightSamples));
     }
     return pb / (pl + pb);
@@ -85,7 +86,7 @@ float emissionWeight(const RayState& ray, const HitRecord& hit) {
     if (!outsideBody(ray) || hit.cos_out <= 0.0f) return 0.0f;
 
     const float pl = light.totalArea > 0.0f ? ray.t * ray.t / (hit.cos_out * light.totalArea) : 0.0f;
-    return bounceWeight(ray, pl, light.sample);
+    return bounceWeight(ray, pl, light.sample, light.workingSample);
 }
 
 Color emission(const RayState& ray, const HitRecord& hit) {
@@ -120,7 +121,7 @@ Color missRadiance(const RayState& ray) {
     if (sky.sample != 0 && bounces != 0 && ((ray.lobe & 0xFEu) == 2 || ray.lobe == 4) && outsideBody(ray)) {
         const float density = skyDensity(cubeTexelOf(ray.direction));
         const float P = ray.previous_kind == kCylinder ? density : 2.0f * density;
-        result = s * bounceWeight(ray, P, sky.sample);
+        result = s * bounceWeight(ray, P, sky.sample, sky.workingSample);
     }
     if (ray.lobe >= 2 && ray.lobe <= 7)
         for (Aov& aov : registry.skyLightAOVs) addToAov(aov, ray, result);
