@@ -11,6 +11,7 @@
 #include "geometry/object.h"
 #include "lights/geometry_light.h"
 #include "lights/lights.h"
+#include "photons/photon_tree.h"
 #include "shading/shader.h"
 
 // A per-thread value alone on its cache line, so that threads writing at
@@ -114,6 +115,12 @@ struct Registry {
     float skyLightStretch = 0.1f;
     Vector sunDirection{1.0f, 2.0f, 1.0f};
 
+    // What the photons leave behind: the caustic photons and their tree.
+    std::vector<Photon> photons;
+    std::vector<PhotonNode> photonNodes;
+    float photonBounds[6] = {};      // min x, y, z, max x, y, z of the photon positions
+    float radius2 = 1.0f, radius3 = 1.0f;   // `radius` squared and cubed
+
     // Per-thread entries, indexed by the thread number a ray carries.
     ThreadCounter threadRays[kMaxThreads] = {};
     ThreadCounter threadShadowRays[kMaxThreads] = {};
@@ -122,6 +129,9 @@ struct Registry {
     ThreadSlot<uint32_t> threadPixelIndex[kMaxThreads] = {};
     ThreadSlot<float> threadOffset[kMaxThreads] = {};      // terminator offset of the thread's photon
     ThreadSlot<uint32_t> threadPathCounters[2][kMaxThreads] = {};
+    // The last full 32-nearest query of each thread, which bounds the next.
+    ThreadSlot<Vector> lastQueryPosition[kMaxThreads] = {};
+    ThreadSlot<float> lastQueryRadius2[kMaxThreads] = {};
 };
 
 extern Registry registry;
