@@ -1,5 +1,5 @@
-// Work on a part's faces at load time, and the two stages that need the
-// finished scene: the density estimator of the root's parts and hair tables.
+// Work on a part's faces at load time, and the hair tables that need the
+// finished scene.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,5 @@ void subdividePatch(const Vector P[3], const Vector N[3], int level, std::vector
                     std::vector<uint32_t>& triangles);
 // Splits vertices at creases by the shader's smoothing angle.
 void smooth(Part& part);
-// The per-primitive cells that photon deposits go into.
-void prepareDensityEstimator(Part& part);
 // The azimuthal tables of a hair shader.
 void buildHairTable(Shader& shader);

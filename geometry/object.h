@@ -90,6 +90,12 @@ struct Part {
     std::vector<Vector> positions;
     std::vector<PackedDirection> normals;
     std::vector<PackedDirection> tangents;
+    // The density estimator's cells: each face owns n² cells from its base,
+    // one array per side, filled by photon deposits in final gathering.
+    std::vector<uint32_t> triangleCellBase, triangleCellResolution;
+    std::vector<uint32_t> tetragonCellBase, tetragonCellResolution;
+    std::vector<Color> triangleCellsFront, triangleCellsBack;
+    std::vector<Color> tetragonCellsFront, tetragonCellsBack;
     std::string name = "undefined";
     std::string shaderName = "undefined";
     uint32_t shader = 0;

@@ -8,6 +8,7 @@
 #include "core/stages.h"
 #include "geometry/load_time.h"
 #include "geometry/prepare.h"
+#include "photons/density_estimator.h"
 
 namespace {
 

@@ -7,6 +7,35 @@ namespace {
 
 float squared(Vector v) { return dot(v, v); }
 
+// Position, uv and normal at the corner weights, uv from the first uv set
+// when every corner has one.
+FacePoint interpolate(const Part& part, const uint32_t vertex[4], const float weight[4], int corners) {
+    FacePoint p{zero, zero, {0.0f, 0.0f}, 0.0f};
+    const std::vector<UV>* uvs = part.uvChannels.empty() ? nullptr : &part.uvChannels[0].elements;
+    bool hasUv = uvs != nullptr;
+    for (int k = 0; k < corners; ++k) {
+        p.position += part.positions[vertex[k]] * weight[k];
+        hasUv = hasUv && vertex[k] < uvs->size();
+    }
+    if (hasUv)
+        for (int k = 0; k < corners; ++k) {
+            p.uv[0] += weight[k] * (*uvs)[vertex[k]].u;
+            p.uv[1] += weight[k] * (*uvs)[vertex[k]].v;
+        }
+    return p;
+}
+
+Vector transformPoint(const float m[16], Vector p) {
+    const float w = m[12] * p.x + m[13] * p.y + m[14] * p.z + m[15];
+    return {(m[0] * p.x + m[1] * p.y + m[2] * p.z + m[3]) / w, (m[4] * p.x + m[5] * p.y + m[6] * p.z + m[7]) / w,
+            (m[8] * p.x + m[9] * p.y + m[10] * p.z + m[11]) / w};
+}
+
+Vector transformNormal(const float m[9], Vector n) {
+    return {m[0] * n.x + m[1] * n.y + m[2] * n.z, m[3] * n.x + m[4] * n.y + m[5] * n.z,
+            m[6] * n.x + m[7] * n.y + m[8] * n.z};
+}
+
 // A table row for the stratum; instance rows hand the pick on to their
 // target, and are listed in `chain` when the caller asks for them.
 const SurfaceTableEntry& drawSurface(const Object& object, int i, int n, bool photons,
@@ -36,11 +65,45 @@ float tetragonArea(Vector p0, Vector p1, Vector p2, Vector p3) {
     return 0.25f * guardedLength(4.0f * p * q - e * e);
 }
 
-const SurfaceTableEntry& drawPhotonSurface(const Object& object, int i, int n) {
-    return drawSurface(object, i, n, true, nullptr);
+const SurfaceTableEntry& drawPhotonSurface(const Object& object, int i, int n,
+                                          std::vector<const Instance*>* chain) {
+    return drawSurface(object, i, n, true, chain);
 }
 
 const SurfaceTableEntry& drawLightSurface(const Object& object, int i, int n,
                                          std::vector<const Instance*>* chain) {
     return drawSurface(object, i, n, false, chain);
+}
+
+FacePoint facePoint(const Part& part, uint8_t kind, uint32_t index, float u1, float u2) {
+    uint32_t vertex[4];
+    float weight[4];
+    const std::vector<Vector>& P = part.positions;
+    if (kind == kTriangle) {
+        // Weights 1 - t, t (1 - u1), t u1 with t = sqrt(u2).
+        const float t = guardedLength(u2);
+        primitiveCorners(part, kTriangle, index, {1.0f - t, t * (1.0f - u1), t * u1}, vertex, weight);
+        FacePoint p = interpolate(part, vertex, weight, 3);
+        const Vector a = P[vertex[0]], b = P[vertex[1]], c = P[vertex[2]];
+        p.normal = cross(b - a, c - a);
+        p.area = triangleArea(a, b, c);
+        return p;
+    }
+    primitiveCorners(part, kTetragon, index, {u1, u2, 0.0f}, vertex, weight);
+    FacePoint p = interpolate(part, vertex, weight, 4);
+    const Vector a = P[vertex[0]], b = P[vertex[1]], c = P[vertex[2]], d = P[vertex[3]];
+    p.normal = cross(c - a, d - b);
+    p.area = tetragonArea(a, b, c, d);
+    return p;
+}
+
+uint32_t faceShader(const Part& part, uint8_t kind, uint32_t index) {
+    return kind == kTriangle ? part.triangles[index].shader : part.tetragons[index].shader;
+}
+
+void toWorldThroughChain(const std::vector<const Instance*>& chain, Vector& position, Vector& normal) {
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        position = transformPoint((*it)->toWorld, position);
+        normal = transformNormal((*it)->normalMatrix, normal);
+    }
 }

@@ -7,6 +7,7 @@
 #include "lights/lights.h"
 #include "lights/sky_light.h"
 #include "lv.h"
+#include "photons/density_estimator.h"
 #include "render/child_ray.h"
 #include "shading/images.h"
 #include "shading/lobes.h"
@@ -55,10 +56,6 @@ float bounceWeight(const RayState& ray, float pl, int lightSamples, int lobeSamp
     return pb / (pl + pb);
 }
 
-// The photons' cell of the hit, on its own side or the other; black until
-// the density estimator holds photons.
-Color densityCell(const RayState&, const HitRecord&, bool) { return zero; }
-
 // The geometry-light AOV that a lobe tag feeds.
 uint32_t lobeChannel(uint8_t lobe) {
     switch (lobe) {
@@ -93,8 +90,9 @@ Color emission(const RayState& ray, const HitRecord& hit) {
     const SurfaceShader& layer = *hit.layer;
     Color e = zero;
     if (hit.terminal) {
-        if (layer.has_lambertian) e += densityCell(ray, hit, true);
-        if (layer.has_transmissive) e += densityCell(ray, hit, false);
+        // The cells hold what the photons left, the surface's colour in it.
+        if (layer.has_lambertian) e += readCell(ray, true);
+        if (layer.has_transmissive) e += readCell(ray, false);
     }
     // Emitters shine only on the surfaces that the geometry light is linked to.
     if (!linkAllows(registry.geometryLightLink, ray.previous_shader)) return e * hit.fresnel_complement;
