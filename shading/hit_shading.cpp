@@ -110,8 +110,12 @@ void shadeFace(const RayState& ray, HitRecord& hit, const uint32_t (&vertex)[N],
     }
     if (!framed) buildFrame(hit);
 
-    // A terminal hit on a plain matte surface needs nothing more.
-    if (hit.terminal && layer.matte_only) return;
+    // A terminal hit on a plain matte surface needs nothing more than the
+    // cosine by which the emission it shows is weighed against light samples.
+    if (hit.terminal && layer.matte_only) {
+        hit.cos_out = dot(hit.out_direction, hit.normal);
+        return;
+    }
     finishShading(layer, ray, hit);
 }
 
