@@ -19,6 +19,12 @@ void realField(double value) {
     out() << std::fixed << std::setprecision(4) << std::right << std::setfill(' ') << std::setw(16) << value;
 }
 
+void countLine(const std::string& label, long long value, const std::string& unit, char end) {
+    out() << label << ' ' << std::right << std::setfill(' ') << std::setw(16) << value;
+    unitTail(unit);
+    out() << end << std::flush;
+}
+
 }  // namespace
 
 void reportRule() { out() << std::string(80, '_') << "\n\n" << std::flush; }
@@ -26,9 +32,11 @@ void reportRule() { out() << std::string(80, '_') << "\n\n" << std::flush; }
 void reportMessage(const std::string& text) { out() << text << '\n' << std::flush; }
 
 void reportCount(const std::string& label, long long value, const std::string& unit) {
-    out() << label << ' ' << std::right << std::setfill(' ') << std::setw(16) << value;
-    unitTail(unit);
-    out() << '\n' << std::flush;
+    countLine(label, value, unit, '\n');
+}
+
+void reportProgress(const std::string& label, long long value, const std::string& unit) {
+    countLine(label, value, unit, '\r');
 }
 
 void reportReal(const std::string& label, double value, const std::string& unit) {

@@ -7,18 +7,9 @@
 #include "core/report.h"
 #include "core/stages.h"
 #include "lv.h"
+#include "photons/photon_cast.h"
+#include "photons/photon_tree.h"
 #include "render/occlusion.h"
-
-namespace {
-
-void castPhotons() {
-    // Parallel lights, point lights, the geometry light, then the sky; the
-    // casts arrive with the photon subsystem.
-}
-
-void buildPhotonTree() {}
-
-}  // namespace
 
 void prepareRenderer() {
     for (float& c : registry.clamp)
@@ -44,6 +35,7 @@ void prepareRenderer() {
     reportRule();
 
     uint64_t t0 = systemTime100ns();
+    registry.photons.clear();
     castPhotons();
     uint64_t t1 = systemTime100ns();
     reportReal("photon cast   ", double(t1 - t0) / 10000000.0, "seconds");
@@ -51,6 +43,8 @@ void prepareRenderer() {
     reportRule();
 
     buildPhotonTree();
+    std::memset(registry.threadRays, 0, sizeof registry.threadRays);
+    std::memset(registry.threadShadowRays, 0, sizeof registry.threadShadowRays);
 
     registry.skyLight.workingSample = registry.rendererSample;
     registry.geometryLight.workingSample = registry.rendererSample;
@@ -59,7 +53,12 @@ void prepareRenderer() {
 }
 
 void releaseRenderer() {
+    // The photon arrays keep their capacity for the next scene.
+    registry.photons.clear();
+    registry.photonNodes.clear();
     registry.radius = 1.0f;
+    registry.radius2 = 1.0f;
+    registry.radius3 = 1.0f;
     resetRendererValues();
 }
 

@@ -235,6 +235,13 @@ bool refractDirection(Vector direction, Vector normal, float eta, float cosine, 
     return true;
 }
 
+bool specularTransmission(const RayState& ray, const HitRecord& hit, Vector& d) {
+    const float c = std::fabs(hit.cos_out);
+    d = ray.direction;
+    if (hit.material == LV_MATERIAL_THIN) return 1.0f - hit.eta * hit.eta * (1.0f - c * c) >= 0.0f;
+    return refractDirection(ray.direction, hit.normal, hit.eta, c, d);
+}
+
 bool drawDiffusionPoint(const RayState& ray, const HitRecord& hit, DiffusionPoint& point) {
     const Color dc = hit.diffusion;
     const float d = largestChannel(dc);
@@ -338,12 +345,8 @@ Color specularLobe(const RayState& ray, const HitRecord& hit) {
     Color sum = zero;
     bool totalReflection = false;
     if (hit.material == LV_MATERIAL_SOLID || hit.material == LV_MATERIAL_THIN) {
-        const float c = std::fabs(hit.cos_out);
-        Vector d = ray.direction;
-        if (hit.material == LV_MATERIAL_THIN)
-            totalReflection = 1.0f - hit.eta * hit.eta * (1.0f - c * c) < 0.0f;
-        else
-            totalReflection = !refractDirection(ray.direction, hit.normal, hit.eta, c, d);
+        Vector d;
+        totalReflection = !specularTransmission(ray, hit, d);
         if (!totalReflection && dot(d, hit.geometric_normal) < -1e-8f) {
             RayState child = childRay(ray, hit, kTagSpecularTransmission);
             if (hit.material == LV_MATERIAL_THIN) {

@@ -29,6 +29,9 @@ float halfVectorLobe(Vector a, Vector b, const HitRecord& hit);
 // The direction refracted about `normal` with the cosine `cosine` of the
 // incident side; false on total internal reflection.
 bool refractDirection(Vector direction, Vector normal, float eta, float cosine, Vector& refracted);
+// The direction through a specular layer of a solid (bent about the normal)
+// or a thin sheet (straight on); false on total internal reflection.
+bool specularTransmission(const RayState& ray, const HitRecord& hit, Vector& d);
 
 // A second point on the same surface near the hit, from which a diffusion
 // ray leaves, with the colour weight of the draw.

@@ -8,7 +8,8 @@
 #include "render/radiance.h"
 #include "scene_fixture.h"
 
-// Path tracing alone (no photon cells stand in for light) under a black sky.
+// Path tracing alone (no photon cells stand in for light) under a black sky,
+// with no photons from the sky or the emitters unless a test asks for them.
 class RadianceScene : public SceneTest {
 protected:
     void SetUp() override {
@@ -19,6 +20,8 @@ protected:
     void begin() {
         registry.skyLight.color = zero;
         lvSetRendererDistance(0.0f);
+        lvSetSkyLightPhoton(0);
+        lvSetGeometryLightPhoton(0);
         object_ = lvAddObject(), faces_ = -1, faceCorners_ = 0;
     }
 

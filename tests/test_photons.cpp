@@ -1,0 +1,289 @@
+// Photons cast from the lights, scattered through small scenes, and what
+// they leave behind: caustic photons and the density estimator's cells,
+// checked against the light's power, direct lighting and path tracing.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <algorithm>
+
+#include "capture.h"
+#include "lights/sky_light.h"
+#include "photons/density_estimator.h"
+#include "photons/photon_cast.h"
+#include "radiance_scene.h"
+
+namespace {
+
+class Photons : public RadianceScene {
+protected:
+    // A parallel light along `direction` with `count` photons and no
+    // terminator offset, so that its direct light is the plain cosine law.
+    static int sun(Vector direction, Color color, int count) {
+        const int l = lvAddParallelLight();
+        lvSetParallelLightDirection(l, direction.x, direction.y, direction.z);
+        lvSetParallelLightColor(l, color.x, color.y, color.z);
+        lvSetParallelLightPhoton(l, count);
+        lvSetParallelLightOffset(l, 0.0f);
+        return l;
+    }
+    static void initialize() { quietly(lvInitialize); }
+    static Color storedPower() {
+        Color sum = zero;
+        for (const Photon& p : registry.photons) sum += p.power;
+        return sum;
+    }
+    // The cells of tetragon `face` of the root's first part, front side.
+    static std::vector<Color> cells(uint32_t face) {
+        const Part& part = registry.objects[size_t(registry.rootObject)].parts[0];
+        const uint32_t n = part.tetragonCellResolution[face], base = part.tetragonCellBase[face];
+        return {part.tetragonCellsFront.begin() + base, part.tetragonCellsFront.begin() + base + n * n};
+    }
+    // A closed box of half side 1 with walls of albedo `albedo`, all facing
+    // in, and a square lamp of half side 0.3 under the ceiling.
+    void litBox(float albedo) {
+        const int wall = shader(one * albedo);
+        const float h = 1.0f;
+        square(-h, h, wall, true);
+        square(h, h, wall, false);
+        quad({-h, -h, -h}, {-h, h, -h}, {-h, h, h}, {-h, -h, h}, wall);
+        quad({h, -h, -h}, {h, -h, h}, {h, h, h}, {h, h, -h}, wall);
+        quad({-h, -h, -h}, {-h, -h, h}, {h, -h, h}, {h, -h, -h}, wall);
+        quad({-h, h, -h}, {h, h, -h}, {h, h, h}, {-h, h, h}, wall);
+        const int lamp = shader(zero, {4, 4, 4});
+        lvSetSurfaceVirtualLight(lamp, 0, true);
+        square(0.99f, 0.3f, lamp, false);
+    }
+    // Means of the four quadrants of an image, red channel.
+    static std::vector<double> quadrants(const ImageRecord& image) {
+        std::vector<double> q(4, 0.0);
+        const int w = image.width, h = image.height;
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) q[size_t((y * 2 / h) * 2 + x * 2 / w)] += storedPixel(image, y * w + x).x;
+        for (double& v : q) v /= double(w * h / 4);
+        return q;
+    }
+};
+
+// Light straight on a diffuse floor stores nothing; through a clear thin
+// sheet above it (one specular event) every photon that lands is stored,
+// and together they carry the light's power on the floor: its colour per
+// unit of area. Sky photons never count as caustics.
+TEST_F(Photons, OnlyLightThroughMirrorsAndRefractionIsStoredWithItsPower) {
+    square(0.0f, 2.0f, shader(one * 0.5f));
+    sun({0, 0, -1}, {2, 1, 0.5f}, 20000);
+    initialize();
+    EXPECT_TRUE(registry.photons.empty());
+
+    restart();
+    square(0.0f, 2.0f, shader(one * 0.5f));
+    square(1.0f, 2.0f, specular(1.0f, 1.0f, LV_MATERIAL_THIN));
+    sun({0, 0, -1}, {2, 1, 0.5f}, 20000);
+    initialize();
+    ASSERT_GT(registry.photons.size(), 10000u);
+    const Color power = storedPower();
+    EXPECT_NEAR(power.x, 32.0f, 0.32f);
+    EXPECT_NEAR(power.z, 8.0f, 0.08f);
+    for (const Photon& p : registry.photons) ASSERT_NEAR(p.position.z, 0.0f, 1e-4f);
+
+    restart();
+    square(0.0f, 2.0f, shader(one * 0.5f));
+    square(1.0f, 2.0f, specular(1.0f, 1.0f, LV_MATERIAL_THIN));
+    registry.skyLight.color = one;
+    lvSetSkyLightPhoton(20000);
+    initialize();
+    EXPECT_TRUE(registry.photons.empty());
+}
+
+// Summed over a cast, the photons of the emissive faces carry the emission
+// times the emitting area, and those of the sky its radiance over the
+// sphere times the squared radius of the scene, with or without an image.
+TEST_F(Photons, CastsCarryThePowerOfTheirLight) {
+    square(0.0f, 3.0f, shader(one * 0.5f));
+    const int lamp = shader(zero, {2, 3, 4});
+    lvSetSurfaceVirtualLight(lamp, 0, true);
+    square(1.0f, 0.5f, lamp, false);
+    registry.skyLight.color = {1, 2, 3};
+    lvSetGeometryLightPhoton(4000);
+    lvSetSkyLightPhoton(4000);
+    initialize();
+    // In double: fifty thousand small terms would drift in single precision.
+    auto sum = [](int count, auto emit) {
+        double total[3] = {0, 0, 0};
+        for (int i = 0; i < count; ++i) {
+            RayState ray = freshRay();
+            emit(ray, uint64_t(i));
+            total[0] += ray.power.x, total[1] += ray.power.y, total[2] += ray.power.z;
+        }
+        return Color{float(total[0]), float(total[1]), float(total[2])};
+    };
+    const Color lamps = sum(4000, [](RayState& r, uint64_t i) { emitGeometryLightPhoton(r, i, 4000); });
+    // The lamp emits from both sides of its unit of area.
+    EXPECT_NEAR(lamps.z, 4.0f * 2.0f, 1e-3f);
+    const float R2 = registry.sceneRadius * registry.sceneRadius;
+    const Color sky = sum(4000, [](RayState& r, uint64_t i) { emitSkyPhoton(r, i); });
+    EXPECT_NEAR(sky.y, 2.0f * kFourPi * R2, 1e-3f * sky.y);
+
+    restart();
+    square(0.0f, 3.0f, shader(one * 0.5f));
+    registry.skyLight.color = one;
+    registry.skyLight.image = memoryImage(64, 32, [](float u, float v) { return Color{1.0f + u, 0.5f + v * v, 1.0f}; });
+    lvSetSkyLightPhoton(50000);
+    initialize();
+    double expected = 0.0;
+    for (uint32_t face = 0; face < 6; ++face)
+        for (uint32_t t = 0; t < uint32_t(kCubeFaceTexels); ++t) {
+            const uint32_t code = (face << 16) | t;
+            const Vector d = cubeDirection(int(face), float(t & 0xFF) + 0.5f, float(t >> 8) + 0.5f);
+            expected += double(skyRadiance(d).x) * texelSolidAngle(code);
+        }
+    const Color imaged = sum(50000, [](RayState& r, uint64_t i) { emitSkyPhoton(r, i); });
+    const double r2 = double(registry.sceneRadius) * registry.sceneRadius;
+    EXPECT_NEAR(imaged.x, expected * r2, 0.002 * expected * r2);
+}
+
+// In final gathering the cells of a lambertian floor under a parallel
+// light hold what direct lighting gives there: albedo, colour and cosine.
+TEST_F(Photons, FloorCellsMatchDirectLight) {
+    const Vector d = normalized({0.6f, 0.0f, -0.8f});
+    square(0.0f, 2.0f, shader(one * 0.5f));
+    sun(d, {2, 2, 2}, 100000);
+    camera({0, 0, 8}, {0, 0, 0}, 10.0f, 4, 1);
+    const Color direct = storedPixel(render(), 5);
+
+    restart();
+    lvSetRendererDistance(0.01f);
+    lvSetRendererResolution(16.0f / 400.0f);
+    square(0.0f, 2.0f, shader(one * 0.5f));
+    sun(d, {2, 2, 2}, 100000);
+    initialize();
+    const std::vector<Color> grid = cells(0);
+    ASSERT_EQ(grid.size(), 21u * 21u);
+    double inner = 0.0;
+    for (int a = 2; a < 19; ++a)
+        for (int b = 2; b < 19; ++b) inner += grid[size_t(a * 21 + b)].x;
+    EXPECT_NEAR(inner / (17.0 * 17.0), direct.x, 0.02 * direct.x);
+    EXPECT_NEAR(direct.x, 0.5f * 2.0f * 0.8f, 1e-4f);
+}
+
+// Cells follow the faces: a face of area A gets the smallest n with
+// resolution n² > A, one cell where no side diffuses, at most 255; every
+// weight lands in one of the n² cells, and all cells are reached.
+TEST_F(Photons, CellsAreSizedByAreaAndIndexEveryWeight) {
+    lvSetRendererResolution(1.0f);
+    square(0.0f, 0.5f, shader(one));      // area 1: 1 × 2² is the first above it
+    square(1.0f, 0.5f, shader(zero));     // nothing to gather: one cell
+    square(2.0f, 50.0f, shader(one));     // area 10000: 101² is the first above it
+    square(3.0f, 200.0f, shader(one));    // would need 401: limited to 255
+    initialize();
+    const Part& part = registry.objects[size_t(registry.rootObject)].parts[0];
+    EXPECT_EQ(part.tetragonCellResolution, (std::vector<uint32_t>{2, 1, 101, 255}));
+    EXPECT_EQ(part.tetragonCellBase, (std::vector<uint32_t>{0, 4, 5, 5 + 101 * 101}));
+    EXPECT_EQ(part.tetragonCellsBack.size(), size_t(5 + 101 * 101 + 255 * 255));
+
+    for (uint32_t n : {1u, 3u, 8u}) {
+        std::vector<int> triangleHits(n * n, 0), tetragonHits(n * n, 0);
+        for (uint32_t i = 0; i < 20000; ++i) {
+            const float u = radicalInverse(i, 0), v = radicalInverse(i, 1);
+            const float s = std::sqrt(u);
+            const Vector b{1.0f - s, s * (1.0f - v), s * v};
+            const uint32_t t = triangleCell(n, b), q = tetragonCell(n, {u, v, 0});
+            ASSERT_LT(t, n * n);
+            ASSERT_LT(q, n * n);
+            ++triangleHits[t], ++tetragonHits[q];
+        }
+        for (uint32_t k = 0; k < n * n; ++k) {
+            EXPECT_NEAR(triangleHits[k], 20000.0 / (n * n), 0.1 * 20000.0 / (n * n)) << n << " " << k;
+            EXPECT_NEAR(tetragonHits[k], 20000.0 / (n * n), 0.1 * 20000.0 / (n * n)) << n << " " << k;
+        }
+    }
+}
+
+// Faces that would need more than a gigabyte of cells end the process with
+// the message and exit code 1, before anything is allocated. The child only
+// sizes cells: no thread team is used after the fork.
+TEST_F(Photons, CellsBeyondOneGigabyteEndTheProcess) {
+    Part part;
+    const int s = shader(one);
+    registry.shaders[size_t(s)].hasLambertian[0] = true;
+    for (uint32_t k = 0; k < 700; ++k) {
+        const float z = float(k);
+        for (Vector p : {Vector{0, 0, z}, Vector{1, 0, z}, Vector{1, 1, z}, Vector{0, 1, z}}) part.positions.push_back(p);
+        part.tetragons.push_back({4 * k, 4 * k + 1, 4 * k + 2, 4 * k + 3, uint32_t(s)});
+    }
+    registry.resolution = 2e-8f;
+    int out[2];
+    ASSERT_EQ(pipe(out), 0);
+    std::cout.flush();
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(out[1], STDOUT_FILENO);
+        close(out[0]);
+        prepareDensityEstimator(part);
+        std::_Exit(0);
+    }
+    close(out[1]);
+    std::string text;
+    char buffer[4096];
+    for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;) text.append(buffer, size_t(n));
+    close(out[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(text, "density estimator consumes more than 1GB memory.\n" + std::string(80, '_') + "\n\n");
+}
+
+// A cast prints a progress line about every hundredth photon, overwritten
+// by a carriage return and ending below 100 %, then its ray rate.
+TEST_F(Photons, CastReportsProgressThenItsRate) {
+    square(0.0f, 2.0f, shader(one * 0.5f));
+    sun({0, 0, -1}, one, 250);
+    ReportCapture capture;
+    lvInitialize();
+    capture.restore();
+    const std::string text = capture.text();
+    std::vector<int> values;
+    const std::string head = "photon cast  ";
+    size_t at = text.find(head);
+    for (size_t cr; (cr = text.find('\r', at)) != std::string::npos; at = cr + 1) {
+        const size_t start = text.rfind(head, cr);
+        ASSERT_NE(start, std::string::npos);
+        const std::string line = text.substr(start, cr - start);
+        ASSERT_EQ(line.size(), 13u + 16u + 6u) << line;
+        ASSERT_EQ(line.substr(29), " [ % ]");
+        values.push_back(std::stoi(line.substr(13, 16)));
+    }
+    EXPECT_EQ(values.size(), 125u);
+    EXPECT_EQ(*std::max_element(values.begin(), values.end()), 99);
+    EXPECT_NE(text.find(" [ M rays/second ]\nphoton cast   "), std::string::npos);
+}
+
+// On a closed diffuse box, final gathering with a short distance agrees with
+// path tracing over image blocks; without photons its terminal hits read
+// black cells, and the light of later bounces is lost.
+TEST_F(Photons, FinalGatheringAgreesWithPathTracing) {
+    auto renderBox = [this](bool gather, int photons) {
+        restart();
+        lvSetRendererSample(64);
+        lvSetRendererBounce(gather ? 1 : 6);
+        lvSetGeometryLightSample(16);
+        lvSetGeometryLightPhoton(photons);
+        if (gather) {
+            lvSetRendererDistance(0.01f);
+            lvSetRendererResolution(0.004f);
+        }
+        litBox(0.4f);
+        camera({0, -0.95f, 0}, {0, 1, 0}, 80.0f, 24, 8);
+        return quadrants(render());
+    };
+    const std::vector<double> traced = renderBox(false, 0);
+    const std::vector<double> gathered = renderBox(true, 200000);
+    const std::vector<double> dark = renderBox(true, 0);
+    for (int q = 0; q < 4; ++q) {
+        EXPECT_NEAR(gathered[size_t(q)], traced[size_t(q)], 0.06 * traced[size_t(q)]) << q;
+        EXPECT_LT(dark[size_t(q)], 0.85 * traced[size_t(q)]) << q;
+    }
+}
+
+}  // namespace
