@@ -16,8 +16,6 @@ void castPhotons() {
     // casts arrive with the photon subsystem.
 }
 
-void buildPhotonTree() {}
-
 }  // namespace
 
 void prepareRenderer() {
