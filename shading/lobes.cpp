@@ -374,6 +374,5 @@ Color specularLobe(const RayState& ray, const HitRecord& hit) {
     return sum;
 }
 
-// The photon stores answer here once photons are cast; without them a
-// diffuse hit has no estimate to add.
-Color photonEstimate(const RayState&, const HitRecord&) { return zero; }
+// The caustic photons' estimate at a diffuse hit; black while there are none.
+Color photonEstimate(const RayState& ray, const HitRecord& hit) { return densityEstimate(ray, hit); }

@@ -1,0 +1,262 @@
+// The photon tree: packed directions, the build's leaves and partitions, the
+// 32-nearest search beside brute force, and the density estimate.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "capture.h"
+#include "core/constants.h"
+#include "core/registry.h"
+#include "photons/photon_tree.h"
+#include "registry_guard.h"
+
+namespace {
+
+float axisOf(const Vector& v, int axis) { return axis == 0 ? v.x : (axis == 1 ? v.y : v.z); }
+
+Photon photonAt(Vector position, float id = 0.0f, Vector out = {0, 0, 1}) {
+    return Photon{position, {id, 1.0f, 1.0f}, packPhotonDirection(out), packPhotonDirection({0, 0, 1})};
+}
+
+// Builds over `photons` with `radius` and returns the report it printed.
+std::string build(std::vector<Photon> photons, float radius) {
+    registry.photons = std::move(photons);
+    registry.radius = radius;
+    ReportCapture capture;
+    buildPhotonTree();
+    return capture.text();
+}
+
+TEST(PhotonTreePack, BitLayoutAndRoundTrip) {
+    const struct { Vector d; uint16_t bits; } cases[] = {
+        {{1, 0, 0}, 0x0001},
+        {{0, -1, 0}, 0x000A},
+        {{0.5f, 0.25f, -1}, 3 | 1 << 2 | 8 << 5 | 16 << 10},
+        {{0.6f, 0.6f, 0.6f}, 1 | 31 << 5 | 31 << 10},       // ties stay with x; 32 is limited to 31
+        {{-0.6f, 0.6f, 0.0f}, 1 | 4 << 2 | 31 << 10},
+        {{0.1f, -0.7f, 0.7f}, 2 | 2 << 2 | 4 << 5 | 31 << 10}};   // |z| = |y|: y keeps it
+    for (const auto& c : cases) EXPECT_EQ(packPhotonDirection(c.d), c.bits) << c.d.x << " " << c.d.y << " " << c.d.z;
+    EXPECT_EQ(unpackPhotonDirection(0x0001), (Vector{1, 0, 0}));
+
+    std::mt19937 random(11);
+    std::normal_distribution<float> gauss;
+    for (int i = 0; i < 2000; ++i) {
+        const Vector d = normalized({gauss(random), gauss(random), gauss(random)});
+        const Vector u = unpackPhotonDirection(packPhotonDirection(d));
+        EXPECT_NEAR(dot(u, u), 1.0f, 1e-5f);
+        EXPECT_GT(dot(u, d), 0.998f) << d.x << " " << d.y << " " << d.z;
+        EXPECT_TRUE(u.x * d.x >= 0 && u.y * d.y >= 0 && u.z * d.z >= 0);
+    }
+}
+
+TEST(PhotonTreeBuild, LeafRulesAndReport) {
+    RegistryGuard guard;
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    auto cloud = [&](int n, float size) {
+        std::vector<Photon> photons;
+        for (int i = 0; i < n; ++i) photons.push_back(photonAt({unit(random) * size, unit(random) * size, 0}));
+        return photons;
+    };
+    const struct { std::vector<Photon> photons; float radius; bool leaf; } cases[] = {
+        {cloud(16, 1.0f), 0.01f, true},
+        {cloud(17, 1.0f), 0.01f, false},
+        {cloud(1000, 0.2f), 1.0f, true},                           // longest side below 0.25 × radius
+        {std::vector<Photon>(500, photonAt({1, 2, 3})), 0.0f, true}};   // one point: nothing to split
+    for (const auto& c : cases) {
+        build(c.photons, c.radius);
+        const PhotonNode& root = registry.photonNodes[0];
+        EXPECT_EQ(root.children == 0, c.leaf) << c.photons.size();
+        EXPECT_TRUE(!c.leaf || root.count == int32_t(c.photons.size()));
+    }
+    EXPECT_EQ(registry.radius2, 0.0f);
+    EXPECT_EQ(build(cloud(1000, 1.0f), 0.5f), "photons             1000           0.0267 [ M bytes ]\n");
+    EXPECT_FLOAT_EQ(registry.radius3, 0.125f);
+    EXPECT_EQ(build({}, 2.0f), "photons                0           0.0000 [ M bytes ]\n");
+    EXPECT_EQ(registry.radius2, 4.0f);
+}
+
+// Walks the subtree of `index` and returns its photon range; checks that the
+// children cover adjacent ranges, that every low side lies below its split,
+// and that a high side holds at most one photon below it (the range's last,
+// which the sort leaves in place).
+std::pair<uint32_t, uint32_t> subtree(uint32_t index, int depth, size_t& nodes) {
+    const PhotonNode node = registry.photonNodes[index];
+    ++nodes;
+    EXPECT_LE(depth, 31);
+    if (node.children == 0) return {node.first, node.first + uint32_t(node.count)};
+    if (node.children != 3) return subtree(node.first, depth + 1, nodes);
+    const auto low = subtree(node.first, depth + 1, nodes), high = subtree(node.first + 1, depth + 1, nodes);
+    EXPECT_EQ(low.second, high.first);
+    int wrongSide = 0;
+    for (uint32_t i = low.first; i < high.second; ++i) {
+        const bool below = axisOf(registry.photons[i].position, node.axis) < node.split;
+        EXPECT_TRUE(below || i >= low.second);
+        wrongSide += below && i >= low.second;
+    }
+    EXPECT_LE(wrongSide, 1);
+    return {low.first, high.second};
+}
+
+TEST(PhotonTreeBuild, ThreadedBuildKeepsEveryPhotonOnce) {
+    RegistryGuard guard;
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    std::vector<Photon> photons;
+    const uint32_t n = 200000;
+    for (uint32_t i = 0; i < n; ++i) photons.push_back(photonAt({unit(random), unit(random), unit(random)}, float(i)));
+    build(photons, 0.001f);
+
+    size_t nodes = 0;
+    EXPECT_EQ(subtree(0, 0, nodes), (std::pair<uint32_t, uint32_t>{0, n}));
+    EXPECT_EQ(nodes, registry.photonNodes.size());
+    std::vector<bool> seen(n, false);
+    for (const Photon& p : registry.photons) seen[uint32_t(p.power.x)] = true;
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), true), n);
+    EXPECT_EQ(registry.photons.back().power.x, float(n - 1));   // never sorted, never moved
+}
+
+// Photons whose place in the tree contradicts a split on their path: the
+// search may miss them, as the tree is built.
+std::vector<bool> misplaced() {
+    std::vector<bool> result(registry.photons.size(), false);
+    auto walk = [&](auto&& self, uint32_t index, float lo[3], float hi[3]) -> void {
+        const PhotonNode node = registry.photonNodes[index];
+        if (node.children == 0) {
+            for (uint32_t i = node.first; i < node.first + uint32_t(node.count); ++i)
+                for (int a = 0; a < 3; ++a) {
+                    const float x = axisOf(registry.photons[i].position, a);
+                    if (x < lo[a] || x >= hi[a]) result[i] = true;
+                }
+            return;
+        }
+        for (int side = 0; side < 2; ++side) {
+            if (!(node.children & (1 << side))) continue;
+            float l[3] = {lo[0], lo[1], lo[2]}, h[3] = {hi[0], hi[1], hi[2]};
+            (side ? l : h)[node.axis] = node.split;
+            self(self, node.first + (side && node.children == 3), l, h);
+        }
+    };
+    float lo[3] = {-kInfinity, -kInfinity, -kInfinity}, hi[3] = {kInfinity, kInfinity, kInfinity};
+    walk(walk, 0, lo, hi);
+    return result;
+}
+
+// Random sets of several sizes, on a coarse lattice so that distances tie,
+// with random directions and normals so that about half face away; each once
+// in one block and once in two unequal blocks far apart, whose boxes of
+// mostly empty space make nodes with one child. A query whose eligible
+// photons all sit where their splits say must match brute force exactly;
+// the others may miss only photons that the sort left on the wrong side.
+TEST(PhotonTreeSearch, AgreesWithBruteForce) {
+    RegistryGuard guard;
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> lattice(0, 12);
+    std::normal_distribution<float> gauss;
+    auto direction = [&] { return normalized({gauss(random), gauss(random), gauss(random)}); };
+    int exact = 0, queries = 0;
+    long oneChild = 0;
+    for (int n : {1, 20, 40, 33, 500, 3000}) for (float gap : {0.0f, 20.0f}) {
+        std::vector<Photon> photons;
+        for (int i = 0; i < n; ++i) {
+            const float x = lattice(random) * 0.1f + float(3 * i >= 2 * n) * gap;
+            photons.push_back(photonAt({x, lattice(random) * 0.1f, lattice(random) * 0.1f}, 0, direction()));
+        }
+        build(photons, 0.3f);
+        const std::vector<bool> lost = misplaced();
+        oneChild += std::count_if(registry.photonNodes.begin(), registry.photonNodes.end(),
+                                  [](const PhotonNode& node) { return node.children == 1 || node.children == 2; });
+        for (int q = 0; q < 200; ++q, ++queries) {
+            const Vector at{lattice(random) * 0.1f + float(q % 4 / 2) * gap, lattice(random) * 0.1f, lattice(random) * 0.05f};
+            const Vector normal = direction();
+            const float r2 = q % 2 ? 0.09f : 1.0f;
+            PhotonNeighbours list;
+            const int found = nearestPhotons(at, normal, r2, list);
+            ASSERT_EQ(found, list.count);
+            std::vector<float> tree(list.distance2, list.distance2 + found), brute;
+            std::vector<bool> held(n, false);
+            for (int k = 0; k < found; ++k) held[list.photon[k]] = true;
+            const float bound = found == kPhotonNeighbours ? list.farthestDistance2 : r2;
+            if (found) {
+                EXPECT_EQ(list.farthestDistance2, *std::max_element(tree.begin(), tree.end()));
+            }
+            bool clean = true;
+            for (int i = 0; i < n; ++i) {
+                const Photon& p = registry.photons[i];
+                const Vector d = p.position - at;
+                const float s = dot(d, d);
+                const bool eligible = s < r2 && dot(unpackPhotonDirection(p.out_direction), normal) >= 0.0f;
+                EXPECT_TRUE(eligible || !held[i]);
+                if (!eligible) continue;
+                brute.push_back(s);
+                // Nothing that the walk must reach is left out: every
+                // photon in its place and nearer than the final bound.
+                EXPECT_TRUE(s >= bound || held[i] || lost[i]) << n << " " << q;
+                clean = clean && !lost[i];
+            }
+            std::sort(tree.begin(), tree.end());
+            std::sort(brute.begin(), brute.end());
+            brute.resize(std::min<size_t>(brute.size(), kPhotonNeighbours));
+            if (clean) {
+                EXPECT_EQ(tree, brute) << n << " " << q;
+            }
+            exact += tree == brute;
+        }
+    }
+    EXPECT_GT(exact, queries * 9 / 10);   // wrong sides are rare
+    EXPECT_GT(oneChild, 0);
+}
+
+TEST(PhotonTreeSearch, PhotonsFacingAwayDoNotCount) {
+    RegistryGuard guard;
+    build({photonAt({0, 0, 0}, 0, {0, 0, -1}), photonAt({0, 0, 0}, 1, {0, 0, -1}), photonAt({0.1f, 0, 0}, 2, {1, 0, 0})},
+          1.0f);
+    PhotonNeighbours list;
+    // Two at the point itself face away; the one beside it is edge-on (a dot product of 0).
+    ASSERT_EQ(nearestPhotons({0, 0, 0}, {0, 0, 1}, 1.0f, list), 1);
+    EXPECT_EQ(registry.photons[list.photon[0]].power.x, 2.0f);
+    EXPECT_EQ(nearestPhotons({0, 0, 0}, {0, 0, -1}, 1.0f, list), 3);
+}
+
+TEST(PhotonTreeEstimate, PowerOverTheDiscOfTheFarthest) {
+    RegistryGuard guard;
+    RayState ray{};
+    ray.depth = 1;
+    ray.thread = 3;
+    HitRecord hit{};
+    hit.geometric_normal = {0, 0, 1};
+    build({photonAt({-0.1f, 0, 0}, 2.0f)}, 1.0f);
+    EXPECT_EQ(densityEstimate(ray, hit), zero);   // one photon spans no disc
+
+    build({photonAt({-0.1f, 0, 0}, 2.0f), photonAt({0.3f, 0, 0}, 4.0f)}, 1.0f);
+    const Color two = densityEstimate(ray, hit);
+    EXPECT_FLOAT_EQ(two.x, 6.0f / (kPi * 0.09f));
+    EXPECT_FLOAT_EQ(two.y, 2.0f / (kPi * 0.09f));
+    hit.position = {0, 0.01f, 0};   // outside the flat bounds
+    EXPECT_EQ(densityEstimate(ray, hit), zero);
+
+    // At depth 0 the last full query bounds the ball: 0.05 + 0.15 reaches
+    // only the nearer photon. A short list leaves the bound as it was.
+    hit.position = zero;
+    ray.depth = 0;
+    registry.lastQueryPosition[3] = Vector{0.05f, 0, 0};
+    registry.lastQueryRadius2[3] = 0.0225f;
+    EXPECT_EQ(densityEstimate(ray, hit), zero);
+    EXPECT_EQ(registry.lastQueryRadius2[3], 0.0225f);
+    registry.lastQueryRadius2[3] = 1.0f;
+    EXPECT_FLOAT_EQ(densityEstimate(ray, hit).x, two.x);
+    EXPECT_EQ(registry.lastQueryRadius2[3], kInfinity);   // fewer than 32: no bound for the next
+
+    // A full list leaves its point and its farthest squared distance.
+    std::vector<Photon> ring;
+    for (int i = 0; i < 40; ++i) ring.push_back(photonAt({0.01f * float(i - 20), 0, 0}));
+    build(ring, 1.0f);
+    densityEstimate(ray, hit);
+    EXPECT_EQ(registry.lastQueryPosition[3].value, zero);
+    EXPECT_FLOAT_EQ(registry.lastQueryRadius2[3], 0.0256f);
+}
+
+}  // namespace
