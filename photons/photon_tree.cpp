@@ -373,8 +373,12 @@ Color densityEstimate(const RayState& ray, const HitRecord& hit) {
     const Vector p = hit.position;
     const float* bounds = registry.photonBounds;
     if (registry.photons.empty() || registry.radius < 1e-8f) return zero;
-    if (!(p.x >= bounds[0] && p.y >= bounds[1] && p.z >= bounds[2] && p.x <= bounds[3] && p.y <= bounds[4] &&
-          p.z <= bounds[5]))
+    // Photons that all lie on one plane give a box of no thickness, which
+    // the hits on that plane miss by their rounding: the box is widened by
+    // a ten-thousandth of its size for the test.
+    const float pad = 1e-4f * std::max({bounds[3] - bounds[0], bounds[4] - bounds[1], bounds[5] - bounds[2]}) + 1e-6f;
+    if (!(p.x >= bounds[0] - pad && p.y >= bounds[1] - pad && p.z >= bounds[2] - pad && p.x <= bounds[3] + pad &&
+          p.y <= bounds[4] + pad && p.z <= bounds[5] + pad))
         return zero;
 
     float r2 = registry.radius2;

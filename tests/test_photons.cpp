@@ -95,6 +95,29 @@ TEST_F(Photons, OnlyLightThroughMirrorsAndRefractionIsStoredWithItsPower) {
     EXPECT_TRUE(registry.photons.empty());
 }
 
+// Under a clear sheet that stops shadow rays, a floor lit by a parallel
+// light shows only its caustic: the photon tree's estimate gives the light's
+// colour per unit of area there, as direct light would without the sheet;
+// without photons the floor stays black.
+TEST_F(Photons, CausticUnderASheetMatchesTheLightItPassesOn) {
+    auto floorUnderSheet = [this](int photons) {
+        restart();
+        square(0.0f, 2.0f, shader(one * 0.5f));
+        square(1.0f, 2.0f, specular(1.0f, 1.0f, LV_MATERIAL_SOLID));
+        sun({0, 0, -1}, {2, 1, 0.5f}, photons);
+        lvSetRendererRadius(0.5f);
+        camera({0, 0, 8}, {0, 0, 0}, 8.0f, 8, 1);
+        const ImageRecord& image = render();
+        Color mean = zero;
+        for (int i = 0; i < 64; ++i) mean += storedPixel(image, i) / 64.0f;
+        return mean;
+    };
+    const Color caustic = floorUnderSheet(100000);
+    EXPECT_NEAR(caustic.x, 0.5f * 2.0f, 0.05f);
+    EXPECT_NEAR(caustic.z, 0.5f * 0.5f, 0.0125f);
+    EXPECT_EQ(floorUnderSheet(0).x, 0.0f);
+}
+
 // Summed over a cast, the photons of the emissive faces carry the emission
 // times the emitting area, and those of the sky its radiance over the
 // sphere times the squared radius of the scene, with or without an image.
