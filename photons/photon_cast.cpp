@@ -55,7 +55,7 @@ void cast(uint64_t count, uint64_t offset, Emit emit) {
 
 // A photon ray from a light that is not a delta light: the first free
 // dimension 4, the light's link read at the first hit.
-void startPhoton(RayState& ray, uint64_t index, const ShaderLink& link, float ior, uint8_t caustic) {
+void beginPhoton(RayState& ray, uint64_t index, const ShaderLink& link, float ior, uint8_t caustic) {
     ray.sample_index = uint32_t(index);
     ray.dimension = 4;
     ray.parent_hit = &link;
@@ -93,7 +93,7 @@ void emitGeometryLightPhoton(RayState& ray, uint64_t index, uint64_t count) {
         frame.bitangent = -frame.bitangent;
     }
 
-    startPhoton(ray, index, registry.geometryLightLink, 1.0f, shader.hasVirtualLight[side]);
+    beginPhoton(ray, index, registry.geometryLightLink, 1.0f, shader.hasVirtualLight[side]);
     ray.origin = position;
     ray.direction = cosineHemisphere(frame, {{0.0f, 0.0f}, i, 2});
     Color sum = zero;
@@ -135,7 +135,7 @@ void emitSkyPhoton(RayState& ray, uint64_t index) {
     frame.normal = -d;
     buildFrame(frame);
     const float R = registry.sceneRadius;
-    startPhoton(ray, index, registry.skyLightLink, sky.ior, 0);
+    beginPhoton(ray, index, registry.skyLightLink, sky.ior, 0);
     ray.origin = registry.sceneCenter + (frame.tangent * x + frame.bitangent * y + d) * R;
     ray.direction = -d;
     ray.power = power / float(sky.photon);
