@@ -123,6 +123,55 @@ void medianToFront(Photon* to, Photon* a, Photon* b, Photon* c) {
     std::swap(*to, *median);
 }
 
+// Splits [first, last) around the key of *first: [first, cut) at most the
+// pivot, [cut, last) at least it; keys equal to the pivot may go either way,
+// so that many equal keys still split near the middle. Blocks of 64 photons
+// on each side are first scanned without branches for the photons that
+// must cross, which are then swapped in pairs; what is left when the blocks
+// meet is finished by the plain two-sided scan.
+template <int Axis>
+Photon* partition(Photon* first, Photon* last) {
+    constexpr int kBlock = 64;
+    const float pivot = key<Axis>(*first);
+    Photon* l = first + 1;   // [first, l) holds keys <= pivot
+    Photon* r = last - 1;    // (r, last) holds keys >= pivot
+    uint8_t crossLeft[kBlock], crossRight[kBlock];
+    int leftCount = 0, leftStart = 0, rightCount = 0, rightStart = 0;
+    while (r - l + 1 >= 2 * kBlock) {
+        if (leftCount == 0) {
+            leftStart = 0;
+            for (int i = 0; i < kBlock; ++i) {
+                crossLeft[leftCount] = uint8_t(i);
+                leftCount += !(key<Axis>(l[i]) < pivot);
+            }
+        }
+        if (rightCount == 0) {
+            rightStart = 0;
+            for (int i = 0; i < kBlock; ++i) {
+                crossRight[rightCount] = uint8_t(i);
+                rightCount += !(pivot < key<Axis>(r[-i]));
+            }
+        }
+        const int pairs = std::min(leftCount, rightCount);
+        for (int k = 0; k < pairs; ++k) std::swap(l[crossLeft[leftStart + k]], r[-crossRight[rightStart + k]]);
+        leftCount -= pairs;
+        rightCount -= pairs;
+        leftStart += pairs;
+        rightStart += pairs;
+        if (leftCount == 0) l += kBlock;
+        if (rightCount == 0) r -= kBlock;
+    }
+    for (;;) {
+        while (l <= r && key<Axis>(*l) < pivot) ++l;
+        while (l <= r && pivot < key<Axis>(*r)) --r;
+        if (l >= r) break;
+        std::swap(*l, *r);
+        ++l;
+        --r;
+    }
+    return l;
+}
+
 // Quicksort with the median of three, insertion sort for ranges of up to 32
 // photons, and heap sort once the budget of partitions is spent; the budget
 // starts at the photon count and shrinks to three quarters per partition.
@@ -135,19 +184,7 @@ void introSort(Photon* first, Photon* last, ptrdiff_t budget) {
         }
         budget = budget / 2 + budget / 4;
         medianToFront<Axis>(first, first + 1, first + (last - first) / 2, last - 1);
-        // The pivot at first stops the downward scan; the largest of the
-        // three, somewhere after it, stops the upward one.
-        const float pivot = key<Axis>(*first);
-        Photon* lo = first + 1;
-        Photon* hi = last;
-        for (;;) {
-            while (key<Axis>(*lo) < pivot) ++lo;
-            --hi;
-            while (pivot < key<Axis>(*hi)) --hi;
-            if (!(lo < hi)) break;
-            std::swap(*lo, *hi);
-            ++lo;
-        }
+        Photon* lo = partition<Axis>(first, last);
         // The smaller side recursively, the larger one in this loop.
         if (lo - first < last - lo) {
             introSort<Axis>(first, lo, budget);
