@@ -2,6 +2,8 @@
 // 32-nearest search and the density estimate that the diffuse lobes add.
 #include "photons/photon_tree.h"
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -123,6 +125,55 @@ void medianToFront(Photon* to, Photon* a, Photon* b, Photon* c) {
     std::swap(*to, *median);
 }
 
+// Splits [first, last) around the key of *first: [first, cut) at most the
+// pivot, [cut, last) at least it; keys equal to the pivot may go either way,
+// so that many equal keys still split near the middle. Blocks of 64 photons
+// on each side are first scanned without branches for the photons that
+// must cross, which are then swapped in pairs; what is left when the blocks
+// meet is finished by the plain two-sided scan.
+template <int Axis>
+Photon* partition(Photon* first, Photon* last) {
+    constexpr int kBlock = 64;
+    const float pivot = key<Axis>(*first);
+    Photon* l = first + 1;   // [first, l) holds keys <= pivot
+    Photon* r = last - 1;    // (r, last) holds keys >= pivot
+    uint8_t crossLeft[kBlock], crossRight[kBlock];
+    int leftCount = 0, leftStart = 0, rightCount = 0, rightStart = 0;
+    while (r - l + 1 >= 2 * kBlock) {
+        if (leftCount == 0) {
+            leftStart = 0;
+            for (int i = 0; i < kBlock; ++i) {
+                crossLeft[leftCount] = uint8_t(i);
+                leftCount += !(key<Axis>(l[i]) < pivot);
+            }
+        }
+        if (rightCount == 0) {
+            rightStart = 0;
+            for (int i = 0; i < kBlock; ++i) {
+                crossRight[rightCount] = uint8_t(i);
+                rightCount += !(pivot < key<Axis>(r[-i]));
+            }
+        }
+        const int pairs = std::min(leftCount, rightCount);
+        for (int k = 0; k < pairs; ++k) std::swap(l[crossLeft[leftStart + k]], r[-crossRight[rightStart + k]]);
+        leftCount -= pairs;
+        rightCount -= pairs;
+        leftStart += pairs;
+        rightStart += pairs;
+        if (leftCount == 0) l += kBlock;
+        if (rightCount == 0) r -= kBlock;
+    }
+    for (;;) {
+        while (l <= r && key<Axis>(*l) < pivot) ++l;
+        while (l <= r && pivot < key<Axis>(*r)) --r;
+        if (l >= r) break;
+        std::swap(*l, *r);
+        ++l;
+        --r;
+    }
+    return l;
+}
+
 // Quicksort with the median of three, insertion sort for ranges of up to 32
 // photons, and heap sort once the budget of partitions is spent; the budget
 // starts at the photon count and shrinks to three quarters per partition.
@@ -135,19 +186,7 @@ void introSort(Photon* first, Photon* last, ptrdiff_t budget) {
         }
         budget = budget / 2 + budget / 4;
         medianToFront<Axis>(first, first + 1, first + (last - first) / 2, last - 1);
-        // The pivot at first stops the downward scan; the largest of the
-        // three, somewhere after it, stops the upward one.
-        const float pivot = key<Axis>(*first);
-        Photon* lo = first + 1;
-        Photon* hi = last;
-        for (;;) {
-            while (key<Axis>(*lo) < pivot) ++lo;
-            --hi;
-            while (pivot < key<Axis>(*hi)) --hi;
-            if (!(lo < hi)) break;
-            std::swap(*lo, *hi);
-            ++lo;
-        }
+        Photon* lo = partition<Axis>(first, last);
         // The smaller side recursively, the larger one in this loop.
         if (lo - first < last - lo) {
             introSort<Axis>(first, lo, budget);
@@ -278,6 +317,24 @@ const std::array<Vector, 1 << 15> unpackedDirections = [] {
 
 constexpr uint32_t kNoChild = 0xFFFFFFFFu;
 
+// The first of the 32 entries with the largest squared distance, found
+// without a branch: the maximum of four lanes of eight, then the first lane
+// equal to it.
+inline int farthestOf(const float* distance2) {
+    static_assert(kPhotonNeighbours == 32);
+    const __m256 a = _mm256_loadu_ps(distance2), b = _mm256_loadu_ps(distance2 + 8);
+    const __m256 c = _mm256_loadu_ps(distance2 + 16), d = _mm256_loadu_ps(distance2 + 24);
+    __m256 m = _mm256_max_ps(_mm256_max_ps(a, b), _mm256_max_ps(c, d));
+    m = _mm256_max_ps(m, _mm256_permute2f128_ps(m, m, 1));
+    m = _mm256_max_ps(m, _mm256_shuffle_ps(m, m, _MM_SHUFFLE(1, 0, 3, 2)));
+    m = _mm256_max_ps(m, _mm256_shuffle_ps(m, m, _MM_SHUFFLE(2, 3, 0, 1)));
+    const uint32_t mask = uint32_t(_mm256_movemask_ps(_mm256_cmp_ps(a, m, _CMP_EQ_OQ))) |
+                          uint32_t(_mm256_movemask_ps(_mm256_cmp_ps(b, m, _CMP_EQ_OQ))) << 8 |
+                          uint32_t(_mm256_movemask_ps(_mm256_cmp_ps(c, m, _CMP_EQ_OQ))) << 16 |
+                          uint32_t(_mm256_movemask_ps(_mm256_cmp_ps(d, m, _CMP_EQ_OQ))) << 24;
+    return __builtin_ctz(mask);
+}
+
 }  // namespace
 
 void buildPhotonTree() {
@@ -343,11 +400,8 @@ int nearestPhotons(Vector position, Vector normal, float r2, PhotonNeighbours& l
                     // s < r2, which is the farthest held: it takes that place.
                     list.photon[list.farthest] = id;
                     list.distance2[list.farthest] = s;
-                    int farthest = 0;
-                    for (int k = 1; k < kPhotonNeighbours; ++k)
-                        if (list.distance2[k] > list.distance2[farthest]) farthest = k;
-                    list.farthest = farthest;
-                    list.farthestDistance2 = list.distance2[farthest];
+                    list.farthest = farthestOf(list.distance2);
+                    list.farthestDistance2 = list.distance2[list.farthest];
                 }
                 r2 = list.farthestDistance2;
             }
