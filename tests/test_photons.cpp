@@ -288,7 +288,7 @@ TEST_F(Photons, CastReportsProgressThenItsRate) {
 TEST_F(Photons, FinalGatheringAgreesWithPathTracing) {
     auto renderBox = [this](bool gather, int photons) {
         restart();
-        lvSetRendererSample(64);
+        lvSetRendererSample(128);
         lvSetRendererBounce(gather ? 1 : 6);
         lvSetGeometryLightSample(16);
         lvSetGeometryLightPhoton(photons);
@@ -297,7 +297,7 @@ TEST_F(Photons, FinalGatheringAgreesWithPathTracing) {
             lvSetRendererResolution(0.004f);
         }
         litBox(0.4f);
-        camera({0, -0.95f, 0}, {0, 1, 0}, 80.0f, 24, 8);
+        camera({0, -0.95f, 0}, {0, 1, 0}, 80.0f, 32, 12);
         return quadrants(render());
     };
     const std::vector<double> traced = renderBox(false, 0);
