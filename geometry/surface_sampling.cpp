@@ -1,5 +1,7 @@
 #include "geometry/surface_sampling.h"
 
+#include <algorithm>
+
 #include "core/random.h"
 #include "core/registry.h"
 
@@ -40,7 +42,13 @@ Vector transformNormal(const float m[9], Vector n) {
 // target, and are listed in `chain` when the caller asks for them.
 const SurfaceTableEntry& drawSurface(const Object& object, int i, int n, bool photons,
                                      std::vector<const Instance*>* chain) {
-    const float u = (hardwareRandomFloat() + float(i)) / float(n);
+    // (r + i) / n is below 1 for every r below 1, but in floats the last
+    // stratum rounds to 1 when r comes close to 1 (about 3 % of the time for
+    // a million strata). A draw of 1 takes the table's last row whatever its
+    // weight, and that may be an instance with nothing to sample, whose own
+    // table is empty; the draw is kept below 1.
+    constexpr float kBelowOne = 0x1.fffffep-1f;
+    const float u = std::min((hardwareRandomFloat() + float(i)) / float(n), kBelowOne);
     const std::vector<SurfaceTableEntry>& table = photons ? object.photonTable : object.lightTable;
     const Distribution& distribution = photons ? object.photonDistribution : object.lightDistribution;
     const SurfaceTableEntry& row = table[size_t(sample(distribution, u))];

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "core/stages.h"
+#include "geometry/surface_sampling.h"
 #include "geometry/traversal.h"
 #include "radiance_scene.h"
 
@@ -134,6 +135,29 @@ TEST_F(GeometryLight, QuadAndInstancedLampPointsLieWhereRaysSeeThem) {
     }
     // Points follow the area: the lamp holds a ninth of the emissive area.
     EXPECT_NEAR(float(onLamp), float(kPoints) / 9.0f, 2.0f);
+}
+
+// The root's tables list an instance without emitting area after the lamp,
+// as a room lists a ball that it places. The last stratum of a large count
+// rounds to a draw of 1 about half of the time, and the pick must still be
+// the lamp: the instance has no faces to hand on to.
+TEST_F(GeometryLight, TheLastStratumNeverFallsOnADarkInstance) {
+    square(0.0f, 1.0f, emitter({1, 1, 1}));
+    const int ball = lvAddObject();
+    triangle(ball, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, shader({0.5f, 0.5f, 0.5f}));
+    float place[3][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 3}};
+    lvSetInstance(object_, lvAddInstance(object_), ball, place);
+    lvSetGeometryLightSample(1);
+    prepare();
+
+    const Object& root = registry.objects[size_t(registry.rootObject)];
+    ASSERT_EQ(root.photonTable.back().kind, kInstance);
+    ASSERT_EQ(root.photonTable.back().weight, 0.0f);
+    const int n = 1 << 24;
+    for (int k = 0; k < 64; ++k) {
+        EXPECT_EQ(drawPhotonSurface(root, n - 1, n, nullptr).kind, kTetragon);
+        EXPECT_EQ(drawLightSurface(root, n - 1, n, nullptr).kind, kTetragon);
+    }
 }
 
 // The emission image is black over the left half of the quad: those points
