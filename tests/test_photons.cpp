@@ -65,6 +65,29 @@ protected:
     }
 };
 
+// A glass ball on a floor under a parallel light bends the light that
+// crosses it towards a point below it: with photons the floor under the ball
+// shows a caustic brighter than the openly lit floor, while path tracing,
+// whose shadow rays the ball stops, leaves it dark.
+TEST_F(Photons, GlassBallFocusesACausticThatPathTracingMisses) {
+    auto underBall = [this](int photons, float ball) {
+        restart();
+        square(0.0f, 3.0f, shader(one * 0.5f));
+        if (ball > 0.0f) sphere({0, 0, ball}, ball, specular(1.0f, 1.5f, LV_MATERIAL_SOLID));
+        sun({0, 0, -1}, one, photons);
+        lvSetRendererRadius(0.05f);
+        camera({0, 0, 8}, {0, 0, 0}, 1.0f, 4, 1);
+        Color mean = zero;
+        const ImageRecord& image = render();
+        for (int i = 0; i < 16; ++i) mean += storedPixel(image, i) / 16.0f;
+        return mean.x;
+    };
+    const float open = underBall(0, 0.0f);
+    EXPECT_NEAR(open, 0.5f, 0.01f);
+    EXPECT_GT(underBall(200000, 0.5f), 1.5f * open);
+    EXPECT_LT(underBall(0, 0.5f), 0.02f * open);
+}
+
 // Light straight on a diffuse floor stores nothing; through a clear thin
 // sheet above it (one specular event) every photon that lands is stored,
 // and together they carry the light's power on the floor: its colour per
