@@ -53,10 +53,22 @@ void finishReader(GeometryReader& r) {
     if (!r.tangentTexture.empty())
         eachPixel(r.tangentTexture, [&](const float* v) { part.tangents.push_back(packDirection(v[0], v[1], v[2])); });
     if (!r.triangleTexture.empty()) {
+        bool outOfRange = false;
         eachPixel(r.triangleTexture, [&](const float* v) {
-            part.triangles.push_back(
-                {std::bit_cast<uint32_t>(v[0]), std::bit_cast<uint32_t>(v[1]), std::bit_cast<uint32_t>(v[2]), 0u});
+            const uint32_t a = std::bit_cast<uint32_t>(v[0]), b = std::bit_cast<uint32_t>(v[1]),
+                           c = std::bit_cast<uint32_t>(v[2]);
+            // A corner past the positions would be read outside the part.
+            const size_t count = part.positions.size();
+            if (a >= count || b >= count || c >= count) {
+                outOfRange = true;
+                return;
+            }
+            part.triangles.push_back({a, b, c, 0u});
         });
+        if (outOfRange) {
+            reportError("object - face index out of range in " + r.triangleTexture);
+            reportRule();
+        }
         reportMessage(std::to_string(part.positions.size()));
         reportMessage(std::to_string(part.triangles.size()));
     }
