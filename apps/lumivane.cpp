@@ -47,6 +47,15 @@ std::string unusableDirectory(const std::string& path) {
     return "";
 }
 
+// True when at least one of the five scene folders is a directory there.
+bool holdsSceneFolders(const std::string& path) {
+    for (const char* folder : {"shader", "render", "light", "camera", "geometry"}) {
+        struct stat info {};
+        if (stat((path + "/" + folder).c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -81,6 +90,8 @@ int main(int argc, char** argv) {
     if (!haveDirectory) return fail("no scene directory given (try 'lumivane --help')");
     const std::string problem = unusableDirectory(directory);
     if (!problem.empty()) return fail("cannot read scene directory '" + directory + "': " + problem);
+    if (!holdsSceneFolders(directory))
+        return fail("'" + directory + "' holds none of the scene folders shader, render, light, camera, geometry");
     if (chdir(directory.c_str()) != 0)
         return fail("cannot enter scene directory '" + directory + "': " + std::strerror(errno));
 

@@ -69,9 +69,13 @@ LV_API void lvGo(const char* directory) {
     lvInitialize();
     registry.frameCounter = 0;
 
-    // A scene without a camera has nothing to render: it goes straight to
-    // the release.
+    // A scene without a camera has nothing to render: it says so and goes
+    // straight to the release.
     const Camera* camera = registry.currentCameraRecord;
+    if (!camera) {
+        reportError("camera - the scene has no camera");
+        reportRule();
+    }
     if (camera) {
         if (registry.previewWindow) {
             runPreview();

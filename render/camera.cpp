@@ -1,9 +1,12 @@
 #include "render/camera.h"
 
 #include <omp.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <string>
 
 #include "core/constants.h"
 #include "core/random.h"
@@ -103,6 +106,22 @@ void generateRay(const Camera& camera, RayState& ray, int x, int y, unsigned sam
 
 namespace {
 
+// Pixels a sensor may have: pixel indices times channels stay within int.
+constexpr uint64_t kMaxSensorPixels = uint64_t(1) << 28;
+
+// A sensor whose images cannot be held ends the run before anything is
+// allocated or written, with one error line that names the camera.
+void refuseOversizedSensor(const Camera& camera) {
+    const uint64_t pixels = uint64_t(std::max(camera.width, 0)) * uint64_t(std::max(camera.height, 0));
+    const uint64_t bytes = pixels * 3 * sizeof(float) * uint64_t(std::max<size_t>(camera.aovs.size(), 1));
+    const uint64_t memory = uint64_t(sysconf(_SC_PHYS_PAGES)) * uint64_t(sysconf(_SC_PAGE_SIZE));
+    if (pixels <= kMaxSensorPixels && bytes < memory) return;
+    reportError("camera - a sensor of " + std::to_string(camera.width) + " x " + std::to_string(camera.height) +
+                " pixels is too large to be held in memory" + (camera.name.empty() ? "" : " (" + camera.name + ")"));
+    reportRule();
+    std::exit(1);
+}
+
 void allocateAov(Aov& aov, int width, int height) {
     aov.width = width;
     aov.height = height;
@@ -114,6 +133,7 @@ void allocateAov(Aov& aov, int width, int height) {
 
 void prepareCameras() {
     for (Camera& camera : registry.cameras) {
+        refuseOversizedSensor(camera);
         camera.sample = std::clamp(camera.sample, 1, 65535);
         camera.inverseSample = 1.0f / float(camera.sample);
         camera.regionLeft = std::max(camera.regionLeft, 0);

@@ -1,4 +1,6 @@
 // The OBJ subset: v, vn, vt, f, s, g and usemtl in the first column.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -220,7 +222,10 @@ void readLine(ObjState& s, const char* line) {
 }  // namespace
 
 void readObj(GeometryReader& reader, const std::string& fileName) {
-    std::FILE* file = std::fopen(fileName.c_str(), "r");
+    // Only plain files: a device or a pipe could be read for ever.
+    struct stat info {};
+    std::FILE* file =
+        stat(fileName.c_str(), &info) == 0 && S_ISREG(info.st_mode) ? std::fopen(fileName.c_str(), "r") : nullptr;
     if (!file) {
         reportError("object - cannot open " + fileName);
         reportRule();

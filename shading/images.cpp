@@ -166,7 +166,11 @@ int LoadImage(ImageRecord& image) {
     }
     const FREE_IMAGE_FORMAT format = FreeImage_GetFileType(path.c_str(), 0);
     FIBITMAP* dib = format == FIF_UNKNOWN ? nullptr : FreeImage_Load(format, path.c_str(), 0);
-    if (!dib) return 0;
+    if (!dib) {
+        reportError("image - " + image.name + "\tcannot be read");
+        reportRule();
+        return 0;
+    }
     // Radiance files keep their rows top first; turn them to the order of all others.
     if (contains(image.name, ".hdr") || contains(image.name, ".HDR")) FreeImage_FlipVertical(dib);
     convertBitmap(image, dib);

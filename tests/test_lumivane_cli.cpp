@@ -2,34 +2,11 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include "scene_fixture.h"
+#include "host_run.h"
 
 namespace {
 
 using LumivaneCli = SceneTest;
-
-struct HostRun {
-    int status;
-    std::string out, err;
-};
-
-std::string quoted(const fs::path& path) {
-    const std::string s = path.string();
-    return "'" + s + "'";
-}
-
-std::string slurp(const fs::path& path) {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
-HostRun runHost(const fs::path& work, const std::string& arguments) {
-    const fs::path out = work / "stdout.txt", err = work / "stderr.txt";
-    const int status = std::system(
-        (quoted(LUMIVANE_EXE) + " " + arguments + " >" + quoted(out) + " 2>" + quoted(err)).c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(out), slurp(err)};
-}
 
 }  // namespace
 

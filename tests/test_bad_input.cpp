@@ -1,0 +1,146 @@
+// Scene directories with missing, empty, garbled and out-of-range input, each
+// rendered by the host in a process of its own: none of them may crash it.
+// What the scene format defines stays as it is (silent, or its error line);
+// the rest ends in one error line where a user needs to know.
+#include <random>
+
+#include "host_run.h"
+
+namespace {
+
+class BadInput : public SceneTest {
+protected:
+    // A small scene that renders a lit square in 8 x 8 pixels, one frame.
+    fs::path scene(const std::string& name) {
+        const fs::path s = dir / name;
+        writeFile(s / "geometry/quad.obj", "v -1 -1 0\nv 1 -1 0\nv 1 1 0\nv -1 1 0\nf 1 2 3 4\n");
+        writeFile(s / "geometry/floor.lv", "object\n  name floor\n  obj \"geometry/quad.obj\"\nend\n");
+        writeFile(s / "camera/camera.lv",
+                  "camera\n  resolution 8 8\n  sample 1\n  pose\n    position 0 0 3\n    target 0 0 0\n"
+                  "    up_vector 0 1 0\n    field_of_view 40\n  end\nend\n");
+        writeFile(s / "render/render.lv", "render\n  final_gather\n    sample 1\n  end\nend\n");
+        writeFile(s / "light/sky.lv", "sky_light\n  color 1 1 1\n  photon 0\nend\ngeometry_light\n  photon 0\nend\n");
+        return s;
+    }
+    // The error lines of a run, each without its "error :( " and tab.
+    static std::vector<std::string> errors(const HostRun& r) {
+        std::vector<std::string> lines;
+        std::istringstream in(r.out);
+        for (std::string line; std::getline(in, line);)
+            if (line.rfind("error :( \t", 0) == 0) lines.push_back(line.substr(10));
+        return lines;
+    }
+    HostRun render(const fs::path& s) { return runHost(dir, quoted(s)); }
+};
+
+using Lines = std::vector<std::string>;
+
+TEST_F(BadInput, MissingAndEmptyFilesAreNamed) {
+    HostRun r = render(scene("plain"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(errors(r), Lines{});
+    EXPECT_TRUE(fs::exists(dir / "plain/beauty.hdr"));
+
+    // No scene folder at all: the host refuses before it reads anything.
+    fs::create_directories(dir / "bare");
+    r = render(dir / "bare");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("holds none of the scene folders shader, render, light, camera, geometry"),
+              std::string::npos);
+
+    // Empty scene files: no camera, nothing rendered, nothing written.
+    fs::path s = scene("empty");
+    writeFile(s / "camera/camera.lv", "");
+    writeFile(s / "geometry/floor.lv", "");
+    r = render(s);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(errors(r), Lines{"camera - the scene has no camera"});
+    EXPECT_FALSE(fs::exists(s / "beauty.hdr"));
+
+    // A missing mesh, a missing texture, an image that is no image, and a
+    // directory or a device named as a mesh.
+    s = scene("missing");
+    writeFile(s / "geometry/floor.lv",
+              "object\n  name floor\n  obj \"geometry/none.obj\"\n  obj \"geometry\"\n  obj \"/dev/zero\"\n"
+              "  obj \"geometry/quad.obj\"\nend\n");
+    writeFile(s / "image/noise.png", "\x89PNG not really");
+    writeFile(s / "shader/s.lv",
+              "shader\n  name \"undefined\"\n  surface_shader\n    lambertian\n      image \"gone.png\"\n    end\n"
+              "    glossy\n      image \"noise.png\"\n    end\n  end\nend\n");
+    r = render(s);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(errors(r), (Lines{"object - cannot open geometry/none.obj", "object - cannot open geometry",
+                                "object - cannot open /dev/zero", "image - gone.png\tcannot be found",
+                                "image - noise.png\tcannot be read"}));
+    EXPECT_TRUE(fs::exists(s / "beauty.hdr"));
+}
+
+// Garbage, over-long lines and numbers that do not read are dropped without
+// a word, as the scene format says; the rest of the file still counts.
+TEST_F(BadInput, GarbageAndOverlongLinesAreSilent) {
+    const fs::path s = scene("garbage");
+    std::mt19937 random(7);
+    std::string noise(30000, '\0');
+    for (char& c : noise) c = char(random());
+    for (const char* folder : {"shader", "render", "light", "camera", "geometry"})
+        writeFile(s / folder / "noise.lv", noise);
+    // A camera line longer than the limit: the rest of it is dropped, and
+    // the next line is read as its own.
+    writeFile(s / "camera/camera.lv",
+              "camera\n  resolution 6 6 " + std::string(100000, 'x') + "\n  sample 1\n  pose\n"
+              "    position 0 0 3\n    target 0 0 0\n  end\nend\n");
+    const HostRun r = render(s);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\ncamera sensor width                 6 [ pixels ]\n"), std::string::npos);
+    EXPECT_TRUE(fs::exists(s / "beauty.hdr"));
+}
+
+// Numbers outside any sense render or are refused, never crash.
+TEST_F(BadInput, NumbersOutOfRange) {
+    fs::path s = scene("nan");
+    writeFile(s / "camera/camera.lv",
+              "camera\n  resolution 4 4\n  sample -3\n  pose\n    position nan inf 3\n    target 0 0 -inf\n"
+              "    field_of_view nan\n  end\nend\n");
+    writeFile(s / "light/point.lv",
+              "point_light\n  color inf nan 1\n  position 0 0 nan\n  photon -5\n  sample 99999999999\nend\n");
+    writeFile(s / "shader/s.lv",
+              "shader\n  name \"undefined\"\n  surface_shader\n    lambertian\n      color nan inf -inf\n    end\n"
+              "  end\nend\n");
+    writeFile(s / "render/render.lv", "render\n  clamp nan inf -1\n  ray_depth -7\n  final_gather\n    sample 0\n"
+                                      "    bounce -2\n    distance nan\n  end\nend\n");
+    HostRun r = render(s);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(errors(r), Lines{});
+
+    for (const std::string size : {"0 0", "-5 -7"}) {
+        s = scene("empty sensor " + size);
+        writeFile(s / "camera/camera.lv", "camera\n  resolution " + size + "\n  sample 1\nend\n");
+        r = render(s);
+        EXPECT_EQ(r.status, 0) << size << r.err;
+        EXPECT_EQ(errors(r), Lines{}) << size;
+    }
+
+    // A sensor that memory cannot hold ends the run before anything is
+    // allocated or written.
+    s = scene("huge");
+    writeFile(s / "camera/camera.lv", "camera\n  name \"wide\"\n  resolution 2000000000 2000000000\n  sample 1\nend\n");
+    r = render(s);
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_EQ(errors(r),
+              Lines{"camera - a sensor of 2000000000 x 2000000000 pixels is too large to be held in memory (wide)"});
+    EXPECT_FALSE(fs::exists(s / "beauty.hdr"));
+}
+
+TEST_F(BadInput, InstanceCycleIsNamed) {
+    const fs::path s = scene("cycle");
+    writeFile(s / "geometry/floor.lv",
+              "object\n  name root\n  instance\n    object a\n  end\nend\n"
+              "object\n  name a\n  obj \"geometry/quad.obj\"\n  instance\n    object b\n  end\nend\n"
+              "object\n  name b\n  instance\n    object a\n  end\nend\n");
+    const HostRun r = render(s);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(errors(r), Lines{"object - instance cycle from b to a"});
+}
+
+}  // namespace
