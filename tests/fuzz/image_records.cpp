@@ -14,6 +14,7 @@ namespace {
 
 template <typename T>
 void fill(std::vector<T>& store, const uint8_t* data, size_t size) {
+    if (store.empty()) return;
     std::memcpy(store.data(), data, std::min(size, store.size() * sizeof(T)));
 }
 
