@@ -36,6 +36,9 @@ template <typename Take>
 void runPass(const Camera& camera, unsigned sampleIndex, Take take) {
     const Region r = regionOf(camera);
     const uint64_t t0 = systemTime100ns();
+    // Every ray of the pass carries this index; set once here, the rays only
+    // read it.
+    registry.pass_index = uint16_t(sampleIndex);
 #pragma omp parallel for schedule(dynamic, 1)
     for (int y = r.firstRow; y < r.endRow; ++y) {
         for (int x = r.firstColumn; x < r.endColumn; ++x) {

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Builds lumivane with its tests and runs the whole suite under CTest.
 # With --sanitize the build uses AddressSanitizer and UndefinedBehaviorSanitizer.
+# With --thread it uses ThreadSanitizer (built with clang) and runs the tests
+# that work on several threads, with the races that lumivane accepts
+# suppressed by tests/tsan.supp.
 set -euo pipefail
 source "$(dirname "$0")/deps.sh"
 lv_install_missing
@@ -9,6 +12,24 @@ flags=()
 if [ "${1:-}" = "--sanitize" ]; then
     dir="$lv_root/build-sanitize"
     flags+=(-DLV_SANITIZE=ON)
+elif [ "${1:-}" = "--thread" ]; then
+    lv_install_missing clang libomp-dev
+    dir="$lv_root/build-thread"
+    mkdir -p "$dir"
+    CC=clang CXX=clang++ cmake -S "$lv_root" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLV_SANITIZE=thread \
+        -DLV_BENCH=OFF -DLV_PREVIEW=OFF > "$dir/configure.log" 2>&1 || { cat "$dir/configure.log"; exit 1; }
+    cmake --build "$dir" -j "$(nproc)" --target lv_tests
+    # The OpenMP runtime reports its barriers and tasks to the sanitizer
+    # through its tool library; its own memory is not instrumented and is
+    # left out of the reports.
+    archer="$(ls /usr/lib/llvm-*/lib/libarcher.so 2>/dev/null | tail -n 1)"
+    export OMP_TOOL_LIBRARIES="$archer"
+    export TSAN_OPTIONS="suppressions=$lv_root/tests/tsan.supp ignore_noninstrumented_modules=1 halt_on_error=1"
+    # The test of the memory limit forks, which the runtime's tool does not
+    # survive; it runs on one thread anyway.
+    threaded="Photon*:Smoothing*:Displacement*:Sky*:RadianceScene*:GeometryLight*:Traversal*:HierarchyBuild*"
+    threaded+=":FrameTest*:DirectLight*:LightSampling*-Photons.CellsBeyondOneGigabyteEndTheProcess"
+    exec "$dir/tests/lv_tests" --gtest_filter="${LV_THREAD_TESTS:-$threaded}"
 fi
 mkdir -p "$dir"
 lv_build "$dir" "${flags[@]}"
