@@ -141,7 +141,7 @@ bool nearlyUnit(Vector v) {
 struct alignas(64) WeldState {
     Vector sumN, sumG;       // all face normals and tangents, in corner order
     Vector firstN, firstG;   // the first corner's; NaN once a face lies too far from them
-    uint32_t vertex;         // the vertex of every corner, or kNone once two differ
+    uint32_t vertex;         // the first corner's vertex, or kNone once another's values differ from it
     uint32_t shader;         // the shader of every corner, or kNone once two differ
     uint32_t last;           // the latest corner: the chain through the links starts here
     uint32_t count;          // corners
@@ -259,10 +259,14 @@ bool sameInChannels(const std::vector<VertexChannel<T>>& channels, uint32_t a, u
     return true;
 }
 
+bool sameChannels(const Part& part, uint32_t a, uint32_t b) {
+    return sameInChannels(part.vectorChannels, a, b) && sameInChannels(part.uvChannels, a, b) &&
+           sameInChannels(part.scalarChannels, a, b);
+}
+
 bool sameValues(const Part& part, uint32_t a, uint32_t b) {
     if (a == b) return true;
-    return part.positions[a] == part.positions[b] && sameInChannels(part.vectorChannels, a, b) &&
-           sameInChannels(part.uvChannels, a, b) && sameInChannels(part.scalarChannels, a, b);
+    return part.positions[a] == part.positions[b] && sameChannels(part, a, b);
 }
 
 // The corners of one welded position one by one, where they may not all
@@ -385,8 +389,8 @@ void smoothSplit(const SmoothInput& in, const WeldState& state, uint32_t slot, S
 }
 
 // Whether every corner of a welded position takes in all of its faces and
-// they all share one vertex: then one vertex with the packed sums serves
-// them all. Where all faces lie within half the limit of the first one,
+// all their vertices carry the same values: then one vertex, a copy of the
+// first corner's, with the packed sums serves them all. Where all faces lie within half the limit of the first one,
 // every pair lies within the limit (see kReferenceMargin); other cases are
 // left to the pair tests of smoothSplit.
 bool allAlike(const SmoothInput& in, const WeldState& state) {
@@ -428,8 +432,8 @@ void faceNormalsAndFallbacks(FaceBlock& b) {
 }
 
 // Adds one corner of a face to the state of its welded position.
-inline void addCorner(WeldState& state, uint32_t corner, uint32_t vertex, uint32_t shader, const FaceVectors& face,
-                      bool unitN, bool unitG, float halfCosine, uint32_t* links) {
+inline void addCorner(const Part& part, WeldState& state, uint32_t corner, uint32_t vertex, uint32_t shader,
+                      const FaceVectors& face, bool unitN, bool unitG, float halfCosine, uint32_t* links) {
     if (state.count == 0) {
         state.sumN = Vector{0.0f, 0.0f, 0.0f} + face.normal;
         state.sumG = Vector{0.0f, 0.0f, 0.0f} + face.tangent;
@@ -439,7 +443,10 @@ inline void addCorner(WeldState& state, uint32_t corner, uint32_t vertex, uint32
     } else {
         state.sumN += face.normal;
         state.sumG += face.tangent;
-        if (vertex != state.vertex) state.vertex = kNone;
+        // Vertices at one welded position have equal positions, so the
+        // first one stands for another with the same channel values.
+        if (state.vertex != kNone && vertex != state.vertex && !sameChannels(part, state.vertex, vertex))
+            state.vertex = kNone;
         if (shader != state.shader) state.shader = kNone;
         links[corner] = state.last;
     }
@@ -512,8 +519,8 @@ uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld,
                 for (int k = 0; k < K; ++k) {
                     const uint32_t w = block.weld[i][k];
                     if (w - begin >= span) continue;
-                    addCorner(states[w], corner + uint32_t(k), v[k], face.shader, vectors, unitN, unitG, halfCosine,
-                              links);
+                    addCorner(part, states[w], corner + uint32_t(k), v[k], face.shader, vectors, unitN, unitG,
+                              halfCosine, links);
                     ++added;
                 }
             }
