@@ -59,35 +59,26 @@ float blend(float x) { return x * x * (3.0f - 2.0f * x); }
 
 float snapped(float x) { return std::trunc(kSnap * x) / kSnap; }
 
-// The two edge curves out of a corner at weight b, towards the corner after
-// it (X) and the one before it (Y).
-struct CornerCurves {
-    float b;
-    EdgePoint X, Y;
+// Everything about a patch of level n that depends on n alone: for each
+// point its snapped weights, the blend weights and the crossing of each
+// corner's construction, and the triangles. The curves out of a corner
+// depend on the triangle and on the corner's weight alone, and the weights
+// of a corner take few values, so each distinct one gets its curves once
+// per triangle.
+struct PatchWeights {
+    float b[3];          // barycentric weights, snapped
+    float f[3];          // blend weights
+    float sum;           // f0 + f1 + f2
+    float q[3];          // where each corner's construction lies between its two curves
+    uint32_t curve[3];   // index of b[c] among the weights of corner c
 };
 
-// Curves by corner, reused across the points of a patch: the weight of
-// corner 0 is fixed along a row, and those of corners 1 and 2 take about
-// n + 1 values. An entry serves a point only when its weight is the same
-// float, so the points are those of the plain construction.
-struct PatchCurves {
-    std::vector<CornerCurves> corner[3];
+struct PatchTable {
+    int level = 0;
+    std::vector<PatchWeights> points;
+    std::vector<float> weights[3];   // distinct weights of each corner, rising
+    std::vector<uint32_t> triangles;
 };
-
-const CornerCurves& cornerCurves(std::vector<CornerCurves>& cache, size_t key, float b, Vector P, Vector N,
-                                 Vector P1, Vector N1, Vector P2, Vector N2) {
-    CornerCurves& entry = cache[key];
-    if (!(entry.b == b)) entry = {b, edge(b, P, N, P1, N1), edge(b, P, N, P2, N2)};
-    return entry;
-}
-
-// The construction from one corner: the curve between the points of its
-// two edge curves, at q.
-Vector cornerConstruction(const CornerCurves& curves, float q) {
-    Vector u;
-    float h;
-    return edgePoint(q, curves.X.p, curves.X.n, curves.Y.p, curves.Y.n, u, h);
-}
 
 // The n² triangles of a level-n patch over the points in row order.
 void patchTriangles(int n, std::vector<uint32_t>& triangles) {
@@ -99,45 +90,69 @@ void patchTriangles(int n, std::vector<uint32_t>& triangles) {
         for (int k = 0; k < i; ++k) triangles.insert(triangles.end(), {row(i) + k, row(i + 1) + k + 1, row(i) + k + 1});
 }
 
-void patchPoints(const Vector P[3], const Vector N[3], int n, std::vector<PatchPoint>& points, PatchCurves& curves) {
-    points.clear();
-    const float unset = std::nanf("");
-    for (auto& cache : curves.corner) cache.assign(size_t(n) + 1, CornerCurves{unset, {}, {}});
+PatchTable makePatchTable(int n) {
+    PatchTable table;
+    table.level = n;
+    if (n == 0) return table;
     for (int i = 0; i <= n; ++i) {
         const float r = float(n - i) / float(n);
         const float b0 = snapped(r), e = 1.0f - r;
-        const CornerCurves& c0 = cornerCurves(curves.corner[0], size_t(i), b0, P[0], N[0], P[1], N[1], P[2], N[2]);
         for (int j = 0; j <= i; ++j) {
             const float t = i == 0 ? 0.0f : (j == 0 ? 1.0f : float(i - j) / float(i));
             const float b1 = snapped(e * t), b2 = snapped(e * (1.0f - t));
-            const CornerCurves& c1 = cornerCurves(curves.corner[1], size_t(i - j), b1, P[1], N[1], P[2], N[2], P[0], N[0]);
-            const CornerCurves& c2 = cornerCurves(curves.corner[2], size_t(j), b2, P[2], N[2], P[0], N[0], P[1], N[1]);
             const float f0 = blend(b0), f1 = blend(b1), f2 = blend(b2);
-            const Vector E0 = cornerConstruction(c0, b1 == 0.0f ? 0.0f : b1 / (b1 + b2));
-            const Vector E1 = cornerConstruction(c1, b2 == 0.0f ? 0.0f : b2 / (b0 + b2));
-            const Vector E2 = cornerConstruction(c2, b0 == 0.0f ? 0.0f : b0 / (b0 + b1));
-            points.push_back({{b0, b1, b2}, (E0 * f0 + E1 * f1 + E2 * f2) / (f0 + f1 + f2)});
+            table.points.push_back({{b0, b1, b2},
+                                    {f0, f1, f2},
+                                    f0 + f1 + f2,
+                                    {b1 == 0.0f ? 0.0f : b1 / (b1 + b2), b2 == 0.0f ? 0.0f : b2 / (b0 + b2),
+                                     b0 == 0.0f ? 0.0f : b0 / (b0 + b1)},
+                                    {0, 0, 0}});
         }
     }
+    // Snapped weights are never negative, so equal weights have equal bits.
+    for (int c = 0; c < 3; ++c) {
+        std::vector<float>& weights = table.weights[c];
+        for (const PatchWeights& point : table.points) weights.push_back(point.b[c]);
+        std::sort(weights.begin(), weights.end());
+        weights.erase(std::unique(weights.begin(), weights.end()), weights.end());
+        for (PatchWeights& point : table.points)
+            point.curve[c] = uint32_t(std::lower_bound(weights.begin(), weights.end(), point.b[c]) - weights.begin());
+    }
+    patchTriangles(n, table.triangles);
+    return table;
 }
 
-// One thread's share of a pass: the triangles it keeps (indices of the
-// part), and the vertices and triangles it makes (indices of its own).
-struct alignas(64) DisplaceOutput {
-    std::vector<Triangle> kept;
-    std::vector<Triangle> made;
-    std::vector<Vector> positions;
-    std::vector<PackedDirection> normals;
-    std::vector<PackedDirection> tangents;
-    std::vector<std::vector<float>> scalars;
-    std::vector<std::vector<UV>> uvs;
-    std::vector<std::vector<Vector>> vectors;
-    // Scratch: the points of one patch and the triangles of the last level.
-    std::vector<PatchPoint> points;
-    PatchCurves curves;
-    std::vector<uint32_t> patch;
-    int patchLevel = -1;
+// The two edge curves out of a corner at one of its weights, towards the
+// corner after it (X) and the one before it (Y).
+struct CornerCurves {
+    EdgePoint X, Y;
 };
+
+// The points of a patch over one triangle with unit corner normals, into
+// `points`; `curves` is scratch.
+void patchPoints(const PatchTable& table, const Vector P[3], const Vector N[3], std::vector<CornerCurves> curves[3],
+                 Vector* points) {
+    for (int c = 0; c < 3; ++c) {
+        const int next = (c + 1) % 3, previous = (c + 2) % 3;
+        curves[c].resize(table.weights[c].size());
+        for (size_t k = 0; k < table.weights[c].size(); ++k) {
+            const float b = table.weights[c][k];
+            curves[c][k] = {edge(b, P[c], N[c], P[next], N[next]), edge(b, P[c], N[c], P[previous], N[previous])};
+        }
+    }
+    const size_t count = table.points.size();
+    for (size_t k = 0; k < count; ++k) {
+        const PatchWeights& w = table.points[k];
+        Vector E[3];
+        for (int c = 0; c < 3; ++c) {
+            const CornerCurves& curve = curves[c][w.curve[c]];
+            Vector u;
+            float h;
+            E[c] = edgePoint(w.q[c], curve.X.p, curve.X.n, curve.Y.p, curve.Y.n, u, h);
+        }
+        points[k] = (E[0] * w.f[0] + E[1] * w.f[1] + E[2] * w.f[2]) / w.sum;
+    }
+}
 
 // The displacement elements of each shader; shaders past the list have none.
 const std::vector<SurfaceElement>* elementsOf(uint32_t shader) {
@@ -145,27 +160,9 @@ const std::vector<SurfaceElement>* elementsOf(uint32_t shader) {
     return shader < registry.shaders.size() ? &registry.shaders[shader].geometry.vector : &none;
 }
 
-bool hasDirection(const Part& part, uint32_t v) {
-    const PackedDirection zeroDirection{0, 0, 0};
-    return v < part.positions.size() && v < part.normals.size() && v < part.tangents.size() &&
-           !(part.normals[v] == zeroDirection) && !(part.tangents[v] == zeroDirection);
-}
-
 int levelOf(const SurfaceElement& element) { return std::clamp(element.level, 0, kMaxLevel); }
 
-template <typename T>
-void interpolateChannels(const std::vector<VertexChannel<T>>& channels, std::vector<std::vector<T>>& out,
-                         const uint32_t v[3], const float b[3]) {
-    for (size_t c = 0; c < channels.size(); ++c) {
-        const auto& e = channels[c].elements;
-        if (v[0] >= e.size() || v[1] >= e.size() || v[2] >= e.size()) continue;
-        if constexpr (std::is_same_v<T, UV>)
-            out[c].push_back({e[v[0]].u * b[0] + e[v[1]].u * b[1] + e[v[2]].u * b[2],
-                              e[v[0]].v * b[0] + e[v[1]].v * b[1] + e[v[2]].v * b[2]});
-        else
-            out[c].push_back(e[v[0]] * b[0] + e[v[1]] * b[1] + e[v[2]] * b[2]);
-    }
-}
+size_t pointCount(int n) { return n == 0 ? 0 : size_t(n + 1) * size_t(n + 2) / 2; }
 
 // The move of one new vertex by element d: the sampled vector in the
 // vertex's own frame, or scaled per channel by the element's direction.
@@ -178,154 +175,242 @@ Vector displacementOffset(const SurfaceElement& element, const float uv[2], Pack
     return T * s.x - B * s.y + N * s.z;
 }
 
-// Pass d on one triangle: kept as it is, or replaced by its moved patch.
-void displaceTriangle(const Part& part, const Triangle& t, size_t d, DisplaceOutput& out) {
-    const std::vector<SurfaceElement>& elements = *elementsOf(t.shader);
-    const uint32_t v[3] = {t.a, t.b, t.c};
-    if (d >= elements.size() || !hasDirection(part, v[0]) || !hasDirection(part, v[1]) || !hasDirection(part, v[2])) {
-        out.kept.push_back(t);
+// What a pass reads of the part, with the lengths its arrays had before the
+// pass grew them. The channels of all three kinds share one numbering:
+// scalar channels, then uv channels, then vector channels.
+struct PassInput {
+    size_t d;
+    size_t positions, normals, tangents;
+    std::vector<size_t> channels;
+
+    PassInput(const Part& part, size_t pass)
+        : d(pass), positions(part.positions.size()), normals(part.normals.size()), tangents(part.tangents.size()) {
+        for (const auto& c : part.scalarChannels) channels.push_back(c.elements.size());
+        for (const auto& c : part.uvChannels) channels.push_back(c.elements.size());
+        for (const auto& c : part.vectorChannels) channels.push_back(c.elements.size());
+    }
+
+    bool hasDirection(const Part& part, uint32_t v) const {
+        const PackedDirection zeroDirection{0, 0, 0};
+        return v < positions && v < normals && v < tangents && !(part.normals[v] == zeroDirection) &&
+               !(part.tangents[v] == zeroDirection);
+    }
+
+    // The element that this pass applies to a triangle, or null where the
+    // triangle is kept as it is.
+    const SurfaceElement* element(const Part& part, const Triangle& t) const {
+        const std::vector<SurfaceElement>& elements = *elementsOf(t.shader);
+        if (d >= elements.size() || !hasDirection(part, t.a) || !hasDirection(part, t.b) || !hasDirection(part, t.c))
+            return nullptr;
+        return &elements[d];
+    }
+
+    // Whether the corners of a triangle lie within channel c.
+    bool within(size_t c, const uint32_t v[3]) const {
+        return v[0] < channels[c] && v[1] < channels[c] && v[2] < channels[c];
+    }
+};
+
+// One thread's share of a pass: a run of the part's triangles, what it keeps
+// and makes from them, and where that goes in the part's arrays, which are
+// sized for all threads before any of them writes. Kept triangles go first
+// in thread order, then made ones; new vertices follow the part's own.
+struct alignas(64) DisplaceShare {
+    size_t begin = 0, end = 0;
+    size_t kept = 0, made = 0, points = 0;
+    std::vector<size_t> channelPoints;   // values added to each channel
+    std::vector<int> levels;             // the patch levels it uses
+    size_t keptAt = 0, madeAt = 0, pointsAt = 0, normalsAt = 0, tangentsAt = 0;
+    std::vector<size_t> channelAt;
+    // Scratch for one patch.
+    std::vector<CornerCurves> curves[3];
+    std::vector<Vector> patch;
+};
+
+void countShare(const Part& part, const PassInput& in, DisplaceShare& share) {
+    share.channelPoints.assign(in.channels.size(), 0);
+    int lastLevel = -1;
+    for (size_t i = share.begin; i < share.end; ++i) {
+        const Triangle& t = part.triangles[i];
+        const SurfaceElement* element = in.element(part, t);
+        if (!element) {
+            ++share.kept;
+            continue;
+        }
+        const int n = levelOf(*element);
+        if (n == 0) continue;   // a patch of no triangles: the face is gone
+        if (n != lastLevel && std::find(share.levels.begin(), share.levels.end(), n) == share.levels.end())
+            share.levels.push_back(n);
+        lastLevel = n;
+        const size_t points = pointCount(n);
+        share.points += points;
+        share.made += size_t(n) * size_t(n);
+        const uint32_t v[3] = {t.a, t.b, t.c};
+        for (size_t c = 0; c < in.channels.size(); ++c)
+            if (in.within(c, v)) share.channelPoints[c] += points;
+    }
+}
+
+// Writes the interpolated values of the channels of one kind for the points
+// of a patch, where the triangle's corners lie within the channel.
+template <typename T>
+void writeChannels(std::vector<VertexChannel<T>>& channels, size_t first, const PassInput& in, DisplaceShare& share,
+                   const uint32_t v[3], const PatchTable& table) {
+    for (size_t c = 0; c < channels.size(); ++c) {
+        if (!in.within(first + c, v)) continue;
+        std::vector<T>& e = channels[c].elements;
+        size_t& at = share.channelAt[first + c];
+        for (const PatchWeights& point : table.points) {
+            const float* b = point.b;
+            if constexpr (std::is_same_v<T, UV>)
+                e[at++] = {e[v[0]].u * b[0] + e[v[1]].u * b[1] + e[v[2]].u * b[2],
+                           e[v[0]].v * b[0] + e[v[1]].v * b[1] + e[v[2]].v * b[2]};
+            else
+                e[at++] = e[v[0]] * b[0] + e[v[1]] * b[1] + e[v[2]] * b[2];
+        }
+    }
+}
+
+// Pass d on one triangle: kept as it is, or replaced by its moved patch,
+// written where the share's counters point.
+void displaceTriangle(Part& part, const PassInput& in, const Triangle& t, const std::vector<const PatchTable*>& tables,
+                      std::vector<Triangle>& triangles, DisplaceShare& share) {
+    const SurfaceElement* element = in.element(part, t);
+    if (!element) {
+        triangles[share.keptAt++] = t;
         return;
     }
-    const SurfaceElement& element = elements[d];
-    const int n = levelOf(element);
-    if (n == 0) return;   // a patch of no triangles: the face is gone
-    if (n != out.patchLevel) {
-        patchTriangles(n, out.patch);
-        out.patchLevel = n;
-    }
+    const int n = levelOf(*element);
+    if (n == 0) return;
+    const PatchTable& table = *tables[size_t(n)];
+    const uint32_t v[3] = {t.a, t.b, t.c};
     const Vector P[3] = {part.positions[v[0]], part.positions[v[1]], part.positions[v[2]]};
     const Vector N[3] = {unpackDirection(part.normals[v[0]]), unpackDirection(part.normals[v[1]]),
                          unpackDirection(part.normals[v[2]])};
     const Vector T[3] = {unpackDirection(part.tangents[v[0]]), unpackDirection(part.tangents[v[1]]),
                          unpackDirection(part.tangents[v[2]])};
-    patchPoints(P, N, n, out.points, out.curves);
+    const size_t count = table.points.size();
+    share.patch.resize(count);
+    patchPoints(table, P, N, share.curves, share.patch.data());
 
-    const uint32_t first = uint32_t(out.positions.size());
-    const size_t uvCount = part.uvChannels.empty() ? 0 : part.uvChannels[0].elements.size();
-    const bool hasUv = v[0] < uvCount && v[1] < uvCount && v[2] < uvCount;
-    for (const PatchPoint& point : out.points) {
-        const float* b = point.b;
+    // Every point of a patch is a corner of one of its triangles, so each
+    // moves here, once, from its own values: the uv interpolated from uv
+    // channel 0, or (0, 0) where the face has none there.
+    const size_t uvChannel = part.scalarChannels.size();
+    const bool hasUv = !part.uvChannels.empty() && in.within(uvChannel, v);
+    for (size_t k = 0; k < count; ++k) {
+        const float* b = table.points[k].b;
         const Vector normal = N[0] * b[0] + N[1] * b[1] + N[2] * b[2];
         const Vector tangent = T[0] * b[0] + T[1] * b[1] + T[2] * b[2];
         const PackedDirection packedNormal = packDirection(normal.x, normal.y, normal.z);
         const PackedDirection packedTangent = packDirection(tangent.x, tangent.y, tangent.z);
-        interpolateChannels(part.scalarChannels, out.scalars, v, b);
-        interpolateChannels(part.uvChannels, out.uvs, v, b);
-        interpolateChannels(part.vectorChannels, out.vectors, v, b);
-        // Every point of a patch of level 1 and more is a corner of one of
-        // its triangles, so each moves here, once, from its own values: the
-        // uv just interpolated, or (0, 0) where the face has none.
         float uv[2] = {0.0f, 0.0f};
-        if (hasUv) uv[0] = out.uvs[0].back().u, uv[1] = out.uvs[0].back().v;
-        out.positions.push_back(point.p + displacementOffset(element, uv, packedNormal, packedTangent));
-        out.normals.push_back(packedNormal);
-        out.tangents.push_back(packedTangent);
-    }
-    for (size_t k = 0; k < out.patch.size(); k += 3)
-        out.made.push_back({first + out.patch[k], first + out.patch[k + 1], first + out.patch[k + 2], t.shader});
-}
-
-// Room for what one thread will make from its triangles, so that the loop
-// does not grow its arrays.
-void reserveOutput(const Part& part, size_t begin, size_t end, size_t d, DisplaceOutput& out) {
-    size_t kept = 0, points = 0, triangles = 0;
-    for (size_t i = begin; i < end; ++i) {
-        const std::vector<SurfaceElement>& elements = *elementsOf(part.triangles[i].shader);
-        if (d >= elements.size()) {
-            ++kept;
-            continue;
+        if (hasUv) {
+            const std::vector<UV>& e = part.uvChannels[0].elements;
+            uv[0] = e[v[0]].u * b[0] + e[v[1]].u * b[1] + e[v[2]].u * b[2];
+            uv[1] = e[v[0]].v * b[0] + e[v[1]].v * b[1] + e[v[2]].v * b[2];
         }
-        const size_t n = size_t(levelOf(elements[d]));
-        points += n == 0 ? 0 : (n + 1) * (n + 2) / 2;
-        triangles += n * n;
+        part.positions[share.pointsAt + k] =
+            share.patch[k] + displacementOffset(*element, uv, packedNormal, packedTangent);
+        part.normals[share.normalsAt + k] = packedNormal;
+        part.tangents[share.tangentsAt + k] = packedTangent;
     }
-    out.kept.reserve(kept);
-    out.made.reserve(triangles);
-    out.positions.reserve(points);
-    out.normals.reserve(points);
-    out.tangents.reserve(points);
-    auto reserveFilled = [points](const auto& channels, auto& lists) {
-        for (size_t c = 0; c < channels.size(); ++c)
-            if (!channels[c].elements.empty()) lists[c].reserve(points);
-    };
-    reserveFilled(part.scalarChannels, out.scalars);
-    reserveFilled(part.uvChannels, out.uvs);
-    reserveFilled(part.vectorChannels, out.vectors);
+    writeChannels(part.scalarChannels, 0, in, share, v, table);
+    writeChannels(part.uvChannels, uvChannel, in, share, v, table);
+    writeChannels(part.vectorChannels, uvChannel + part.uvChannels.size(), in, share, v, table);
+
+    const uint32_t first = uint32_t(share.pointsAt);
+    for (size_t k = 0; k < table.triangles.size(); k += 3)
+        triangles[share.madeAt++] = {first + table.triangles[k], first + table.triangles[k + 1],
+                                     first + table.triangles[k + 2], t.shader};
+    share.pointsAt += count;
+    share.normalsAt += count;
+    share.tangentsAt += count;
 }
 
-// Appends the threads' arrays to `target` in thread order, each thread
-// copying its own share.
-template <typename T, typename Select>
-void appendInThreadOrder(std::vector<T>& target, std::vector<DisplaceOutput>& outputs, int threads, Select select) {
-    std::vector<size_t> base(size_t(threads) + 1, target.size());
-    for (int t = 0; t < threads; ++t) base[size_t(t) + 1] = base[size_t(t)] + select(outputs[size_t(t)]).size();
-    target.resize(base[size_t(threads)]);
-#pragma omp parallel for schedule(static) num_threads(threads)
-    for (int t = 0; t < threads; ++t) {
-        std::vector<T>& source = select(outputs[size_t(t)]);
-        std::copy(source.begin(), source.end(), target.begin() + std::ptrdiff_t(base[size_t(t)]));
-        std::vector<T>().swap(source);
-    }
-}
-
-// Pass d over all triangles of the part, then the merge of the threads'
-// arrays into the part.
+// Pass d over all triangles of the part: each thread counts what its run of
+// triangles keeps and makes, the part's arrays grow once to hold it all, and
+// each thread writes its share in place.
 void displacePass(Part& part, size_t d) {
     const int threads = std::clamp(omp_get_max_threads(), 1, kMaxThreads);
-    std::vector<DisplaceOutput> outputs(kMaxThreads);
-    for (int t = 0; t < threads; ++t) {
-        outputs[size_t(t)].scalars.resize(part.scalarChannels.size());
-        outputs[size_t(t)].uvs.resize(part.uvChannels.size());
-        outputs[size_t(t)].vectors.resize(part.vectorChannels.size());
-    }
+    std::vector<DisplaceShare> shares(kMaxThreads);
+    const PassInput in(part, d);
     const size_t count = part.triangles.size();
+    std::vector<Triangle> triangles;
+    std::vector<PatchTable> tables;
+    std::vector<const PatchTable*> tableOfLevel(kMaxLevel + 1, nullptr);
+    std::vector<size_t> total;   // the new length of each array
 #pragma omp parallel num_threads(threads)
     {
         // The static schedule by hand: thread t takes a contiguous run of
         // triangles, so that kept and made triangles stay in order.
         const int t = omp_get_thread_num(), team = omp_get_num_threads();
-        const size_t begin = count * size_t(t) / size_t(team), end = count * size_t(t + 1) / size_t(team);
-        DisplaceOutput& out = outputs[size_t(t)];
-        reserveOutput(part, begin, end, d, out);
-        for (size_t i = begin; i < end; ++i) displaceTriangle(part, part.triangles[i], d, out);
+        DisplaceShare& share = shares[size_t(t)];
+        share.begin = count * size_t(t) / size_t(team), share.end = count * size_t(t + 1) / size_t(team);
+        countShare(part, in, share);
+#pragma omp barrier
+#pragma omp single
+        {
+            size_t kept = 0;
+            for (int s = 0; s < team; ++s) kept += shares[size_t(s)].kept;
+            size_t keptAt = 0, madeAt = kept, points = 0;
+            std::vector<size_t> channelPoints(in.channels.size(), 0);
+            std::vector<int> levels;
+            for (int s = 0; s < team; ++s) {
+                DisplaceShare& other = shares[size_t(s)];
+                other.keptAt = keptAt, other.madeAt = madeAt;
+                keptAt += other.kept, madeAt += other.made;
+                other.pointsAt = in.positions + points;
+                other.normalsAt = in.normals + points;
+                other.tangentsAt = in.tangents + points;
+                points += other.points;
+                other.channelAt.resize(in.channels.size());
+                for (size_t c = 0; c < in.channels.size(); ++c) {
+                    other.channelAt[c] = in.channels[c] + channelPoints[c];
+                    channelPoints[c] += other.channelPoints[c];
+                }
+                for (int level : other.levels)
+                    if (std::find(levels.begin(), levels.end(), level) == levels.end()) levels.push_back(level);
+            }
+            tables.reserve(levels.size());
+            for (int level : levels) {
+                tables.push_back(makePatchTable(level));
+                tableOfLevel[size_t(level)] = &tables.back();
+            }
+            total = {madeAt, in.positions + points, in.normals + points, in.tangents + points};
+            for (size_t c = 0; c < in.channels.size(); ++c) total.push_back(in.channels[c] + channelPoints[c]);
+        }
+        // The arrays grow on all threads at once: the first touch of new
+        // memory, which the growth makes, costs more than the writes after.
+        const size_t scalars = part.scalarChannels.size(), uvs = part.uvChannels.size();
+#pragma omp for schedule(dynamic)
+        for (size_t a = 0; a < total.size(); ++a) {
+            if (a == 0) triangles.resize(total[a]);
+            else if (a == 1) part.positions.resize(total[a]);
+            else if (a == 2) part.normals.resize(total[a]);
+            else if (a == 3) part.tangents.resize(total[a]);
+            else if (a - 4 < scalars) part.scalarChannels[a - 4].elements.resize(total[a]);
+            else if (a - 4 < scalars + uvs) part.uvChannels[a - 4 - scalars].elements.resize(total[a]);
+            else part.vectorChannels[a - 4 - scalars - uvs].elements.resize(total[a]);
+        }
+        for (size_t i = share.begin; i < share.end; ++i)
+            displaceTriangle(part, in, part.triangles[i], tableOfLevel, triangles, share);
     }
-
-    // Vertex indices of the made triangles: after the part's vertices and
-    // those of the threads before.
-    uint32_t base = uint32_t(part.positions.size());
-    for (int t = 0; t < threads; ++t) {
-        DisplaceOutput& out = outputs[size_t(t)];
-        for (Triangle& tri : out.made) tri = {tri.a + base, tri.b + base, tri.c + base, tri.shader};
-        base += uint32_t(out.positions.size());
-    }
-    part.triangles.clear();
-    appendInThreadOrder(part.triangles, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.kept; });
-    appendInThreadOrder(part.triangles, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.made; });
-    appendInThreadOrder(part.positions, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.positions; });
-    for (size_t c = 0; c < part.scalarChannels.size(); ++c)
-        appendInThreadOrder(part.scalarChannels[c].elements, outputs, threads,
-                            [c](DisplaceOutput& o) -> auto& { return o.scalars[c]; });
-    for (size_t c = 0; c < part.uvChannels.size(); ++c)
-        appendInThreadOrder(part.uvChannels[c].elements, outputs, threads,
-                            [c](DisplaceOutput& o) -> auto& { return o.uvs[c]; });
-    for (size_t c = 0; c < part.vectorChannels.size(); ++c)
-        appendInThreadOrder(part.vectorChannels[c].elements, outputs, threads,
-                            [c](DisplaceOutput& o) -> auto& { return o.vectors[c]; });
-    appendInThreadOrder(part.normals, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.normals; });
-    appendInThreadOrder(part.tangents, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.tangents; });
+    part.triangles.swap(triangles);
 }
 
 }  // namespace
 
 void subdividePatch(const Vector P[3], const Vector N[3], int level, std::vector<PatchPoint>& points,
                     std::vector<uint32_t>& triangles) {
-    const int n = std::clamp(level, 0, kMaxLevel);
+    const PatchTable table = makePatchTable(std::clamp(level, 0, kMaxLevel));
+    std::vector<CornerCurves> curves[3];
+    std::vector<Vector> patch(table.points.size());
+    patchPoints(table, P, N, curves, patch.data());
     points.clear();
-    triangles.clear();
-    if (n == 0) return;
-    PatchCurves curves;
-    patchPoints(P, N, n, points, curves);
-    patchTriangles(n, triangles);
+    for (size_t k = 0; k < patch.size(); ++k)
+        points.push_back({{table.points[k].b[0], table.points[k].b[1], table.points[k].b[2]}, patch[k]});
+    triangles = table.triangles;
 }
 
 void displace(Part& part) {
