@@ -15,6 +15,7 @@
 #include "core/constants.h"
 #include "core/registry.h"
 #include "core/report.h"
+#include "geometry/lanes.h"
 #include "geometry/load_time.h"
 #include "shading/images.h"
 #include "shading/shader.h"
@@ -27,58 +28,33 @@ constexpr float kSnap = 22403.0f;
 // Above this a patch would number its points past 32 bits in large parts.
 constexpr int kMaxLevel = 4096;
 
-struct EdgePoint {
-    Vector p, n;
-};
-
-// A point on the cubic across an edge from a (x = 1) to b (x = 0).
-Vector edgePoint(float x, Vector Pa, Vector Na, Vector Pb, Vector Nb, Vector& u, float& h) {
-    const float y = 1.0f - x;
-    u = normalized(Na * x + Nb * y);
-    const Vector ab = Pa - Pb;
-    const float d1 = dot(ab, Na), d2 = dot(ab, Nb);
-    h = (-x * d1 + y * d2) * -x * y;
-    return Pa * x + Pb * y + u * h;
-}
-
-// The same point with its normal: the part of the blended normal at right
-// angles to the curve's direction.
-EdgePoint edge(float x, Vector Pa, Vector Na, Vector Pb, Vector Nb) {
-    Vector u;
-    float h;
-    const Vector p = edgePoint(x, Pa, Na, Pb, Nb, u, h);
-    const float y = 1.0f - x;
-    const Vector ab = Pa - Pb;
-    const float d1 = dot(ab, Na), d2 = dot(ab, Nb);
-    const float slope = (1.0f + (3.0f * y - 4.0f) * y) * d1 + (3.0f * y - 2.0f) * y * d2;
-    const Vector G = normalized(u * slope + (Nb - Na) * h + (Pb - Pa));
-    return {p, cross(G, cross(u, G))};
-}
-
 float blend(float x) { return x * x * (3.0f - 2.0f * x); }
 
 float snapped(float x) { return std::trunc(kSnap * x) / kSnap; }
 
 // Everything about a patch of level n that depends on n alone: for each
-// point its snapped weights, the blend weights and the crossing of each
-// corner's construction, and the triangles. The curves out of a corner
-// depend on the triangle and on the corner's weight alone, and the weights
-// of a corner take few values, so each distinct one gets its curves once
-// per triangle.
-struct PatchWeights {
-    float b[3];          // barycentric weights, snapped
-    float f[3];          // blend weights
-    float sum;           // f0 + f1 + f2
-    float q[3];          // where each corner's construction lies between its two curves
-    uint32_t curve[3];   // index of b[c] among the weights of corner c
-};
-
+// point its snapped weights, the blend weights and where each corner's
+// construction crosses between its two curves, and the triangles. The curves
+// out of a corner depend on the triangle and on the corner's weight alone,
+// and the weights of a corner take few values, so each distinct one gets its
+// curves once per triangle. Points and weights are kept in runs of kLanes,
+// the last run filled up with copies of the last entry.
 struct PatchTable {
     int level = 0;
-    std::vector<PatchWeights> points;
-    std::vector<float> weights[3];   // distinct weights of each corner, rising
-    std::vector<uint32_t> triangles;
+    size_t count = 0;                                    // points
+    std::vector<float> b[3], f[3], sum, q[3];            // per point
+    std::vector<uint32_t> curve[3];                      // index of b[c] among weights[c]
+    std::vector<float> weights[3];                       // distinct weights of each corner, rising
+    size_t weightCount[3] = {0, 0, 0};
+    std::vector<uint32_t> triangles;                     // n² index triples
 };
+
+size_t paddedLength(size_t n) { return (n + kLanes - 1) / kLanes * kLanes; }
+
+template <typename T>
+void padWithLast(std::vector<T>& v) {
+    if (!v.empty()) v.resize(paddedLength(v.size()), v.back());
+}
 
 // The n² triangles of a level-n patch over the points in row order.
 void patchTriangles(int n, std::vector<uint32_t>& triangles) {
@@ -100,58 +76,131 @@ PatchTable makePatchTable(int n) {
         for (int j = 0; j <= i; ++j) {
             const float t = i == 0 ? 0.0f : (j == 0 ? 1.0f : float(i - j) / float(i));
             const float b1 = snapped(e * t), b2 = snapped(e * (1.0f - t));
-            const float f0 = blend(b0), f1 = blend(b1), f2 = blend(b2);
-            table.points.push_back({{b0, b1, b2},
-                                    {f0, f1, f2},
-                                    f0 + f1 + f2,
-                                    {b1 == 0.0f ? 0.0f : b1 / (b1 + b2), b2 == 0.0f ? 0.0f : b2 / (b0 + b2),
-                                     b0 == 0.0f ? 0.0f : b0 / (b0 + b1)},
-                                    {0, 0, 0}});
+            const float b[3] = {b0, b1, b2}, f[3] = {blend(b0), blend(b1), blend(b2)};
+            for (int c = 0; c < 3; ++c) table.b[c].push_back(b[c]), table.f[c].push_back(f[c]);
+            table.sum.push_back(f[0] + f[1] + f[2]);
+            table.q[0].push_back(b1 == 0.0f ? 0.0f : b1 / (b1 + b2));
+            table.q[1].push_back(b2 == 0.0f ? 0.0f : b2 / (b0 + b2));
+            table.q[2].push_back(b0 == 0.0f ? 0.0f : b0 / (b0 + b1));
         }
     }
+    table.count = table.sum.size();
     // Snapped weights are never negative, so equal weights have equal bits.
     for (int c = 0; c < 3; ++c) {
         std::vector<float>& weights = table.weights[c];
-        for (const PatchWeights& point : table.points) weights.push_back(point.b[c]);
+        weights = table.b[c];
         std::sort(weights.begin(), weights.end());
         weights.erase(std::unique(weights.begin(), weights.end()), weights.end());
-        for (PatchWeights& point : table.points)
-            point.curve[c] = uint32_t(std::lower_bound(weights.begin(), weights.end(), point.b[c]) - weights.begin());
+        table.weightCount[c] = weights.size();
+        for (float b : table.b[c])
+            table.curve[c].push_back(uint32_t(std::lower_bound(weights.begin(), weights.end(), b) - weights.begin()));
+        padWithLast(weights);
+        padWithLast(table.b[c]), padWithLast(table.f[c]), padWithLast(table.q[c]), padWithLast(table.curve[c]);
     }
+    padWithLast(table.sum);
     patchTriangles(n, table.triangles);
     return table;
 }
 
+// A point on the cubic across an edge from a (x = 1) to b (x = 0), on each
+// lane: the unit blend of the normals u, the height h over the chord, and the
+// point.
+[[gnu::always_inline]] inline LaneVector edgePoint(Lanes x, const LaneVector& Pa, const LaneVector& Na, const LaneVector& Pb, const LaneVector& Nb,
+                     LaneVector& u, Lanes& h) {
+    const Lanes y = 1.0f - x;
+    u = normalized(Na * x + Nb * y);
+    const LaneVector ab = Pa - Pb;
+    const Lanes d1 = dot(ab, Na), d2 = dot(ab, Nb);
+    h = (-x * d1 + y * d2) * -x * y;
+    return Pa * x + Pb * y + u * h;
+}
+
+// The same point with its normal: the part of the blended normal at right
+// angles to the curve's direction.
+[[gnu::always_inline]] inline void edge(Lanes x, const LaneVector& Pa, const LaneVector& Na, const LaneVector& Pb, const LaneVector& Nb, LaneVector& p,
+          LaneVector& n) {
+    LaneVector u;
+    Lanes h;
+    p = edgePoint(x, Pa, Na, Pb, Nb, u, h);
+    const Lanes y = 1.0f - x;
+    const LaneVector ab = Pa - Pb;
+    const Lanes d1 = dot(ab, Na), d2 = dot(ab, Nb);
+    const Lanes slope = (1.0f + (3.0f * y - 4.0f) * y) * d1 + (3.0f * y - 2.0f) * y * d2;
+    const LaneVector G = normalized(u * slope + (Nb - Na) * h + (Pb - Pa));
+    n = cross(G, cross(u, G));
+}
+
 // The two edge curves out of a corner at one of its weights, towards the
-// corner after it (X) and the one before it (Y).
+// corner after it (X) and the one before it (Y): points and normals.
 struct CornerCurves {
-    EdgePoint X, Y;
+    Vector Xp, Xn, Yp, Yn;
 };
 
-// The points of a patch over one triangle with unit corner normals, into
-// `points`; `curves` is scratch.
-void patchPoints(const PatchTable& table, const Vector P[3], const Vector N[3], std::vector<CornerCurves> curves[3],
-                 Vector* points) {
+// The curves of each corner of one triangle with unit corner normals, at
+// each of the corner's weights.
+void cornerCurves(const PatchTable& table, const Vector P[3], const Vector N[3], std::vector<CornerCurves> curves[3]) {
     for (int c = 0; c < 3; ++c) {
         const int next = (c + 1) % 3, previous = (c + 2) % 3;
+        const LaneVector Pc = broadcast(P[c]), Nc = broadcast(N[c]);
+        const LaneVector Pn = broadcast(P[next]), Nn = broadcast(N[next]);
+        const LaneVector Pp = broadcast(P[previous]), Np = broadcast(N[previous]);
         curves[c].resize(table.weights[c].size());
-        for (size_t k = 0; k < table.weights[c].size(); ++k) {
-            const float b = table.weights[c][k];
-            curves[c][k] = {edge(b, P[c], N[c], P[next], N[next]), edge(b, P[c], N[c], P[previous], N[previous])};
+        for (size_t k = 0; k < table.weightCount[c]; k += kLanes) {
+            const Lanes b = load(&table.weights[c][k]);
+            LaneVector Xp, Xn, Yp, Yn;
+            edge(b, Pc, Nc, Pn, Nn, Xp, Xn);
+            edge(b, Pc, Nc, Pp, Np, Yp, Yn);
+            for (int i = 0; i < kLanes; ++i) curves[c][k + size_t(i)] = {lane(Xp, i), lane(Xn, i), lane(Yp, i), lane(Yn, i)};
         }
     }
-    const size_t count = table.points.size();
-    for (size_t k = 0; k < count; ++k) {
-        const PatchWeights& w = table.points[k];
-        Vector E[3];
-        for (int c = 0; c < 3; ++c) {
-            const CornerCurves& curve = curves[c][w.curve[c]];
-            Vector u;
-            float h;
-            E[c] = edgePoint(w.q[c], curve.X.p, curve.X.n, curve.Y.p, curve.Y.n, u, h);
+}
+
+// Points k to k + kLanes - 1 of the patch: each corner's construction
+// between its two curves, blended.
+[[gnu::always_inline]] inline LaneVector patchPoints(const PatchTable& table, const std::vector<CornerCurves> curves[3], size_t k) {
+    LaneVector E[3];
+    for (int c = 0; c < 3; ++c) {
+        // The curves of each lane's weight, gathered into twelve runs of
+        // lanes: Xp, Xn, Yp, Yn, each x, y, z.
+        alignas(32) float gathered[12][kLanes];
+        for (int i = 0; i < kLanes; ++i) {
+            const CornerCurves& curve = curves[c][table.curve[c][k + size_t(i)]];
+            const Vector values[4] = {curve.Xp, curve.Xn, curve.Yp, curve.Yn};
+            for (int v = 0; v < 4; ++v)
+                gathered[3 * v][i] = values[v].x, gathered[3 * v + 1][i] = values[v].y, gathered[3 * v + 2][i] = values[v].z;
         }
-        points[k] = (E[0] * w.f[0] + E[1] * w.f[1] + E[2] * w.f[2]) / w.sum;
+        auto run = [&gathered](int v) { return LaneVector{load(gathered[3 * v]), load(gathered[3 * v + 1]), load(gathered[3 * v + 2])}; };
+        const LaneVector Xp = run(0), Xn = run(1), Yp = run(2), Yn = run(3);
+        LaneVector u;
+        Lanes h;
+        E[c] = edgePoint(load(&table.q[c][k]), Xp, Xn, Yp, Yn, u, h);
     }
+    return (E[0] * load(&table.f[0][k]) + E[1] * load(&table.f[1][k]) + E[2] * load(&table.f[2][k])) /
+           load(&table.sum[k]);
+}
+
+// packDirection of object.h on every lane.
+struct LaneDirections {
+    LaneInts x, y, z;
+};
+
+[[gnu::always_inline]] inline LaneDirections packDirections(const LaneVector& v) {
+    const Lanes s = dot(v, v);
+    const Lanes length = s > 1e-10f ? squareRoot(s) : broadcast(1e-5f);
+    const Lanes scale = s == 0.0f ? broadcast(1.0f) : 1.0f / length;
+    auto component = [&scale](Lanes c) {
+        const LaneInts top = LaneInts{} + 127, bottom = LaneInts{} - 127;
+        const LaneInts v = __builtin_convertvector(c * 128.0f * scale, LaneInts);
+        const LaneInts below = v > top ? top : v;
+        return below < bottom ? bottom : below;
+    };
+    return {component(v.x), component(v.y), component(v.z)};
+}
+
+// unpackDirection of object.h on every lane.
+[[gnu::always_inline]] inline LaneVector unpackDirections(const LaneDirections& d) {
+    return normalized(LaneVector{__builtin_convertvector(d.x, Lanes), __builtin_convertvector(d.y, Lanes),
+                                 __builtin_convertvector(d.z, Lanes)});
 }
 
 // The displacement elements of each shader; shaders past the list have none.
@@ -163,17 +212,6 @@ const std::vector<SurfaceElement>* elementsOf(uint32_t shader) {
 int levelOf(const SurfaceElement& element) { return std::clamp(element.level, 0, kMaxLevel); }
 
 size_t pointCount(int n) { return n == 0 ? 0 : size_t(n + 1) * size_t(n + 2) / 2; }
-
-// The move of one new vertex by element d: the sampled vector in the
-// vertex's own frame, or scaled per channel by the element's direction.
-Vector displacementOffset(const SurfaceElement& element, const float uv[2], PackedDirection normal,
-                          PackedDirection tangent) {
-    const Vector s = elementVector(element, uv);
-    if (!(element.direction == Vector{0.0f, 0.0f, 0.0f})) return element.direction * s;
-    const Vector N = unpackDirection(normal), T = unpackDirection(tangent);
-    const Vector B = cross(N, T);
-    return T * s.x - B * s.y + N * s.z;
-}
 
 // What a pass reads of the part, with the lengths its arrays had before the
 // pass grew them. The channels of all three kinds share one numbering:
@@ -224,7 +262,6 @@ struct alignas(64) DisplaceShare {
     std::vector<size_t> channelAt;
     // Scratch for one patch.
     std::vector<CornerCurves> curves[3];
-    std::vector<Vector> patch;
 };
 
 void countShare(const Part& part, const PassInput& in, DisplaceShare& share) {
@@ -260,8 +297,8 @@ void writeChannels(std::vector<VertexChannel<T>>& channels, size_t first, const 
         if (!in.within(first + c, v)) continue;
         std::vector<T>& e = channels[c].elements;
         size_t& at = share.channelAt[first + c];
-        for (const PatchWeights& point : table.points) {
-            const float* b = point.b;
+        for (size_t k = 0; k < table.count; ++k) {
+            const float b[3] = {table.b[0][k], table.b[1][k], table.b[2][k]};
             if constexpr (std::is_same_v<T, UV>)
                 e[at++] = {e[v[0]].u * b[0] + e[v[1]].u * b[1] + e[v[2]].u * b[2],
                            e[v[0]].v * b[0] + e[v[1]].v * b[1] + e[v[2]].v * b[2]};
@@ -289,31 +326,55 @@ void displaceTriangle(Part& part, const PassInput& in, const Triangle& t, const 
                          unpackDirection(part.normals[v[2]])};
     const Vector T[3] = {unpackDirection(part.tangents[v[0]]), unpackDirection(part.tangents[v[1]]),
                          unpackDirection(part.tangents[v[2]])};
-    const size_t count = table.points.size();
-    share.patch.resize(count);
-    patchPoints(table, P, N, share.curves, share.patch.data());
+    cornerCurves(table, P, N, share.curves);
 
     // Every point of a patch is a corner of one of its triangles, so each
     // moves here, once, from its own values: the uv interpolated from uv
     // channel 0, or (0, 0) where the face has none there.
     const size_t uvChannel = part.scalarChannels.size();
     const bool hasUv = !part.uvChannels.empty() && in.within(uvChannel, v);
-    for (size_t k = 0; k < count; ++k) {
-        const float* b = table.points[k].b;
-        const Vector normal = N[0] * b[0] + N[1] * b[1] + N[2] * b[2];
-        const Vector tangent = T[0] * b[0] + T[1] * b[1] + T[2] * b[2];
-        const PackedDirection packedNormal = packDirection(normal.x, normal.y, normal.z);
-        const PackedDirection packedTangent = packDirection(tangent.x, tangent.y, tangent.z);
-        float uv[2] = {0.0f, 0.0f};
-        if (hasUv) {
-            const std::vector<UV>& e = part.uvChannels[0].elements;
-            uv[0] = e[v[0]].u * b[0] + e[v[1]].u * b[1] + e[v[2]].u * b[2];
-            uv[1] = e[v[0]].v * b[0] + e[v[1]].v * b[1] + e[v[2]].v * b[2];
+    const bool sampled = element->imageIndex >= 0;
+    const bool alongFrame = element->direction == Vector{0.0f, 0.0f, 0.0f};
+    const float noUv[2] = {0.0f, 0.0f};
+    const Vector constant = sampled ? Vector{0.0f, 0.0f, 0.0f} : elementVector(*element, noUv);
+    const LaneVector N0 = broadcast(N[0]), N1 = broadcast(N[1]), N2 = broadcast(N[2]);
+    const LaneVector T0 = broadcast(T[0]), T1 = broadcast(T[1]), T2 = broadcast(T[2]);
+    for (size_t k = 0; k < table.count; k += kLanes) {
+        const Lanes b0 = load(&table.b[0][k]), b1 = load(&table.b[1][k]), b2 = load(&table.b[2][k]);
+        const LaneVector point = patchPoints(table, share.curves, k);
+        const LaneDirections normal = packDirections(N0 * b0 + N1 * b1 + N2 * b2);
+        const LaneDirections tangent = packDirections(T0 * b0 + T1 * b1 + T2 * b2);
+        LaneVector s = broadcast(constant);
+        if (sampled)
+            for (int i = 0; i < kLanes; ++i) {
+                float uv[2] = {0.0f, 0.0f};
+                if (hasUv) {
+                    const std::vector<UV>& e = part.uvChannels[0].elements;
+                    uv[0] = e[v[0]].u * b0[i] + e[v[1]].u * b1[i] + e[v[2]].u * b2[i];
+                    uv[1] = e[v[0]].v * b0[i] + e[v[1]].v * b1[i] + e[v[2]].v * b2[i];
+                }
+                const Vector sample = elementVector(*element, uv);
+                s.x[i] = sample.x, s.y[i] = sample.y, s.z[i] = sample.z;
+            }
+        // The sampled vector in the vertex's own frame, or scaled per
+        // channel by the element's direction.
+        LaneVector offset;
+        if (alongFrame) {
+            const LaneVector Nv = unpackDirections(normal), Tv = unpackDirections(tangent);
+            const LaneVector B = cross(Nv, Tv);
+            offset = Tv * s.x - B * s.y + Nv * s.z;
+        } else {
+            const LaneVector direction = broadcast(element->direction);
+            offset = {direction.x * s.x, direction.y * s.y, direction.z * s.z};
         }
-        part.positions[share.pointsAt + k] =
-            share.patch[k] + displacementOffset(*element, uv, packedNormal, packedTangent);
-        part.normals[share.normalsAt + k] = packedNormal;
-        part.tangents[share.tangentsAt + k] = packedTangent;
+        const LaneVector moved = point + offset;
+        const int valid = int(std::min<size_t>(kLanes, table.count - k));
+        for (int i = 0; i < valid; ++i) {
+            part.positions[share.pointsAt + k + size_t(i)] = lane(moved, i);
+            part.normals[share.normalsAt + k + size_t(i)] = {int8_t(normal.x[i]), int8_t(normal.y[i]), int8_t(normal.z[i])};
+            part.tangents[share.tangentsAt + k + size_t(i)] = {int8_t(tangent.x[i]), int8_t(tangent.y[i]),
+                                                               int8_t(tangent.z[i])};
+        }
     }
     writeChannels(part.scalarChannels, 0, in, share, v, table);
     writeChannels(part.uvChannels, uvChannel, in, share, v, table);
@@ -323,9 +384,9 @@ void displaceTriangle(Part& part, const PassInput& in, const Triangle& t, const 
     for (size_t k = 0; k < table.triangles.size(); k += 3)
         triangles[share.madeAt++] = {first + table.triangles[k], first + table.triangles[k + 1],
                                      first + table.triangles[k + 2], t.shader};
-    share.pointsAt += count;
-    share.normalsAt += count;
-    share.tangentsAt += count;
+    share.pointsAt += table.count;
+    share.normalsAt += table.count;
+    share.tangentsAt += table.count;
 }
 
 // Pass d over all triangles of the part: each thread counts what its run of
@@ -405,11 +466,13 @@ void subdividePatch(const Vector P[3], const Vector N[3], int level, std::vector
                     std::vector<uint32_t>& triangles) {
     const PatchTable table = makePatchTable(std::clamp(level, 0, kMaxLevel));
     std::vector<CornerCurves> curves[3];
-    std::vector<Vector> patch(table.points.size());
-    patchPoints(table, P, N, curves, patch.data());
+    cornerCurves(table, P, N, curves);
     points.clear();
-    for (size_t k = 0; k < patch.size(); ++k)
-        points.push_back({{table.points[k].b[0], table.points[k].b[1], table.points[k].b[2]}, patch[k]});
+    for (size_t k = 0; k < table.count; k += kLanes) {
+        const LaneVector point = patchPoints(table, curves, k);
+        for (size_t i = 0; i < kLanes && k + i < table.count; ++i)
+            points.push_back({{table.b[0][k + i], table.b[1][k + i], table.b[2][k + i]}, lane(point, int(i))});
+    }
     triangles = table.triangles;
 }
 
