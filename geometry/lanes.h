@@ -52,3 +52,5 @@ inline Lanes load(const float* p) {
     __builtin_memcpy(&r, p, sizeof r);
     return r;
 }
+
+inline void store(Lanes x, float* p) { __builtin_memcpy(p, &x, sizeof x); }

@@ -17,6 +17,7 @@
 #include "core/constants.h"
 #include "core/registry.h"
 #include "core/report.h"
+#include "geometry/lanes.h"
 #include "geometry/load_time.h"
 #include "shading/shader.h"
 
@@ -402,8 +403,7 @@ bool allAlike(const SmoothInput& in, const WeldState& state) {
 
 // A block of faces whose vectors are made together: the positions are
 // fetched first, and the arithmetic of triangleVectors and tetragonVectors
-// then runs over independent faces, whose square roots and divisions the
-// processor overlaps instead of waiting on each in turn.
+// then runs on kLanes faces at a time.
 constexpr uint32_t kFaceBlock = 64;
 struct FaceBlock {
     // The two vectors whose cross product is the face's normal.
@@ -413,21 +413,20 @@ struct FaceBlock {
     uint32_t weld[kFaceBlock][4];   // welded position of each corner, or kNone
     uint32_t count = 0;
 };
+static_assert(kFaceBlock % kLanes == 0);
 
 void faceNormalsAndFallbacks(FaceBlock& b) {
-    for (uint32_t i = 0; i < b.count; ++i) {
-        const float cx = b.uy[i] * b.vz[i] - b.uz[i] * b.vy[i];
-        const float cy = b.uz[i] * b.vx[i] - b.ux[i] * b.vz[i];
-        const float cz = b.ux[i] * b.vy[i] - b.uy[i] * b.vx[i];
-        const float s = cx * cx + cy * cy + cz * cz;
-        const float scale = s == 0.0f ? 1.0f : (s <= 1e-10f ? 1.0f / 1e-5f : 1.0f / std::sqrt(s));
-        const float x = cx * scale, y = cy * scale, z = cz * scale;
-        b.nx[i] = x, b.ny[i] = y, b.nz[i] = z;
-        const bool down = z < -0.9999999f;
-        const float k = 1.0f / (1.0f + z);
-        b.tx[i] = down ? 0.0f : 1.0f - k * x * x;
-        b.ty[i] = down ? -1.0f : -k * x * y;
-        b.tz[i] = down ? 0.0f : -x;
+    for (uint32_t i = 0; i < b.count; i += kLanes) {
+        const LaneVector u{load(&b.ux[i]), load(&b.uy[i]), load(&b.uz[i])};
+        const LaneVector v{load(&b.vx[i]), load(&b.vy[i]), load(&b.vz[i])};
+        const LaneVector n = normalized(cross(u, v));
+        store(n.x, &b.nx[i]), store(n.y, &b.ny[i]), store(n.z, &b.nz[i]);
+        // fallbackTangent() on every lane.
+        const LaneInts down = n.z < -0.9999999f;
+        const Lanes k = 1.0f / (1.0f + n.z);
+        store(down ? broadcast(0.0f) : 1.0f - k * n.x * n.x, &b.tx[i]);
+        store(down ? broadcast(-1.0f) : -k * n.x * n.y, &b.ty[i]);
+        store(down ? broadcast(0.0f) : -n.x, &b.tz[i]);
     }
 }
 
@@ -466,7 +465,7 @@ uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld,
     const uint32_t vertexCount = uint32_t(weld.size());
     const uint32_t span = end - begin;
     uint64_t added = 0;
-    FaceBlock block;
+    FaceBlock block{};   // lanes past the count hold old faces, never read
     // One family of faces, K corners each, in blocks.
     auto walk = [&]<int K>(const auto& faces, uint32_t firstCorner) {
         const uint32_t count = uint32_t(faces.size());
