@@ -38,15 +38,19 @@ float snapped(float x) { return std::trunc(kSnap * x) / kSnap; }
 // construction crosses between its two curves, and the triangles. The curves
 // out of a corner depend on the triangle and on the corner's weight alone,
 // and the weights of a corner take few values, so each distinct one gets its
-// curves once per triangle. Points and weights are kept in runs of kLanes,
-// the last run filled up with copies of the last entry.
+// curves once per triangle: each curve is an edge job, a weight with the
+// corner it leaves and the corner it goes to. Points and jobs are kept in
+// runs of kLanes, the last run filled up with copies of the last entry.
 struct PatchTable {
     int level = 0;
     size_t count = 0;                                    // points
     std::vector<float> b[3], f[3], sum, q[3];            // per point
-    std::vector<uint32_t> curve[3];                      // index of b[c] among weights[c]
-    std::vector<float> weights[3];                       // distinct weights of each corner, rising
-    size_t weightCount[3] = {0, 0, 0};
+    std::vector<uint32_t> curve[3];                      // the curves of corner c at b[c]
+    size_t curves = 0;                                   // pairs of curves, one per corner and weight
+    size_t jobs = 0;
+    std::vector<float> jobWeight;
+    std::vector<uint32_t> jobCurve;                      // the pair it makes
+    std::vector<uint8_t> jobFrom, jobTo, jobSecond;      // corners; whether it is the pair's second curve
     std::vector<uint32_t> triangles;                     // n² index triples
 };
 
@@ -88,16 +92,27 @@ PatchTable makePatchTable(int n) {
     table.count = table.sum.size();
     // Snapped weights are never negative, so equal weights have equal bits.
     for (int c = 0; c < 3; ++c) {
-        std::vector<float>& weights = table.weights[c];
-        weights = table.b[c];
+        std::vector<float> weights = table.b[c];
         std::sort(weights.begin(), weights.end());
         weights.erase(std::unique(weights.begin(), weights.end()), weights.end());
-        table.weightCount[c] = weights.size();
+        const uint32_t first = uint32_t(table.curves);
         for (float b : table.b[c])
-            table.curve[c].push_back(uint32_t(std::lower_bound(weights.begin(), weights.end(), b) - weights.begin()));
-        padWithLast(weights);
+            table.curve[c].push_back(first +
+                                     uint32_t(std::lower_bound(weights.begin(), weights.end(), b) - weights.begin()));
+        for (size_t k = 0; k < weights.size(); ++k)
+            for (int second = 0; second < 2; ++second) {
+                table.jobWeight.push_back(weights[k]);
+                table.jobCurve.push_back(first + uint32_t(k));
+                table.jobFrom.push_back(uint8_t(c));
+                table.jobTo.push_back(uint8_t((c + (second ? 2 : 1)) % 3));
+                table.jobSecond.push_back(uint8_t(second));
+            }
+        table.curves += weights.size();
         padWithLast(table.b[c]), padWithLast(table.f[c]), padWithLast(table.q[c]), padWithLast(table.curve[c]);
     }
+    table.jobs = table.jobWeight.size();
+    padWithLast(table.jobWeight), padWithLast(table.jobCurve), padWithLast(table.jobFrom), padWithLast(table.jobTo);
+    padWithLast(table.jobSecond);
     padWithLast(table.sum);
     patchTriangles(n, table.triangles);
     return table;
@@ -138,34 +153,42 @@ struct CornerCurves {
 };
 
 // The curves of each corner of one triangle with unit corner normals, at
-// each of the corner's weights.
-void cornerCurves(const PatchTable& table, const Vector P[3], const Vector N[3], std::vector<CornerCurves> curves[3]) {
-    for (int c = 0; c < 3; ++c) {
-        const int next = (c + 1) % 3, previous = (c + 2) % 3;
-        const LaneVector Pc = broadcast(P[c]), Nc = broadcast(N[c]);
-        const LaneVector Pn = broadcast(P[next]), Nn = broadcast(N[next]);
-        const LaneVector Pp = broadcast(P[previous]), Np = broadcast(N[previous]);
-        curves[c].resize(table.weights[c].size());
-        for (size_t k = 0; k < table.weightCount[c]; k += kLanes) {
-            const Lanes b = load(&table.weights[c][k]);
-            LaneVector Xp, Xn, Yp, Yn;
-            edge(b, Pc, Nc, Pn, Nn, Xp, Xn);
-            edge(b, Pc, Nc, Pp, Np, Yp, Yn);
-            for (int i = 0; i < kLanes; ++i) curves[c][k + size_t(i)] = {lane(Xp, i), lane(Xn, i), lane(Yp, i), lane(Yn, i)};
+// each of the corner's weights, kLanes edge jobs at a time.
+void cornerCurves(const PatchTable& table, const Vector P[3], const Vector N[3], std::vector<CornerCurves>& curves) {
+    curves.resize(table.curves);
+    for (size_t k = 0; k < table.jobs; k += kLanes) {
+        // The corners of each lane's job, gathered into twelve runs of lanes:
+        // Pa, Na, Pb, Nb, each x, y, z.
+        alignas(32) float gathered[12][kLanes];
+        for (int i = 0; i < kLanes; ++i) {
+            const Vector values[4] = {P[table.jobFrom[k + size_t(i)]], N[table.jobFrom[k + size_t(i)]],
+                                      P[table.jobTo[k + size_t(i)]], N[table.jobTo[k + size_t(i)]]};
+            for (int v = 0; v < 4; ++v)
+                gathered[3 * v][i] = values[v].x, gathered[3 * v + 1][i] = values[v].y, gathered[3 * v + 2][i] = values[v].z;
+        }
+        auto run = [&gathered](int v) {
+            return LaneVector{load(gathered[3 * v]), load(gathered[3 * v + 1]), load(gathered[3 * v + 2])};
+        };
+        LaneVector p, n;
+        edge(load(&table.jobWeight[k]), run(0), run(1), run(2), run(3), p, n);
+        for (int i = 0; i < kLanes; ++i) {
+            CornerCurves& pair = curves[table.jobCurve[k + size_t(i)]];
+            if (table.jobSecond[k + size_t(i)]) pair.Yp = lane(p, i), pair.Yn = lane(n, i);
+            else pair.Xp = lane(p, i), pair.Xn = lane(n, i);
         }
     }
 }
 
 // Points k to k + kLanes - 1 of the patch: each corner's construction
 // between its two curves, blended.
-[[gnu::always_inline]] inline LaneVector patchPoints(const PatchTable& table, const std::vector<CornerCurves> curves[3], size_t k) {
+[[gnu::always_inline]] inline LaneVector patchPoints(const PatchTable& table, const std::vector<CornerCurves>& curves, size_t k) {
     LaneVector E[3];
     for (int c = 0; c < 3; ++c) {
         // The curves of each lane's weight, gathered into twelve runs of
         // lanes: Xp, Xn, Yp, Yn, each x, y, z.
         alignas(32) float gathered[12][kLanes];
         for (int i = 0; i < kLanes; ++i) {
-            const CornerCurves& curve = curves[c][table.curve[c][k + size_t(i)]];
+            const CornerCurves& curve = curves[table.curve[c][k + size_t(i)]];
             const Vector values[4] = {curve.Xp, curve.Xn, curve.Yp, curve.Yn};
             for (int v = 0; v < 4; ++v)
                 gathered[3 * v][i] = values[v].x, gathered[3 * v + 1][i] = values[v].y, gathered[3 * v + 2][i] = values[v].z;
@@ -262,7 +285,7 @@ struct alignas(64) DisplaceShare {
     size_t keptAt = 0, madeAt = 0, pointsAt = 0, normalsAt = 0, tangentsAt = 0;
     std::vector<size_t> channelAt;
     // Scratch for one patch.
-    std::vector<CornerCurves> curves[3];
+    std::vector<CornerCurves> curves;
 };
 
 void countShare(const Part& part, const PassInput& in, DisplaceShare& share) {
@@ -483,7 +506,7 @@ void displacePass(Part& part, size_t d) {
 void subdividePatch(const Vector P[3], const Vector N[3], int level, std::vector<PatchPoint>& points,
                     std::vector<uint32_t>& triangles) {
     const PatchTable table = makePatchTable(std::clamp(level, 0, kMaxLevel));
-    std::vector<CornerCurves> curves[3];
+    std::vector<CornerCurves> curves;
     cornerCurves(table, P, N, curves);
     points.clear();
     for (size_t k = 0; k < table.count; k += kLanes) {
