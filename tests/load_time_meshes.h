@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <cmath>
 #include <cstring>
@@ -130,6 +131,20 @@ inline bool sameArrays(const Part& a, const Part& b) {
     for (size_t c = 0; same && c < a.vectorChannels.size(); ++c)
         same = sameBytes(a.vectorChannels[c].elements, b.vectorChannels[c].elements);
     return same;
+}
+
+// What `make` returns on each team size of `teams`; the runtime's team size
+// is restored afterwards.
+template <typename Make>
+std::vector<Part> onTeams(std::initializer_list<int> teams, Make make) {
+    const int threads = omp_get_max_threads();
+    std::vector<Part> parts;
+    for (int team : teams) {
+        omp_set_num_threads(team);
+        parts.push_back(make());
+    }
+    omp_set_num_threads(threads);
+    return parts;
 }
 
 }  // namespace meshes

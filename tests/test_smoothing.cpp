@@ -1,7 +1,6 @@
 // Smoothing by angle: welding by position, the split of vertices at creases,
 // kept and missing normals, tangents, and the same result on any team size.
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <cmath>
@@ -266,18 +265,14 @@ TEST_F(Smoothing, EveryCornerTakesTheFacesWithinItsAngle) {
 // Each thread resolves a run of welded positions; the runs are merged in
 // order, so the arrays come out the same, vertex for vertex, on any team.
 TEST_F(Smoothing, ResultDoesNotDependOnTheTeamSize) {
-    const int threads = omp_get_max_threads();
     const uint32_t gentle = shaderWithAngle(60), sharp = shaderWithAngle(20), wide = shaderWithAngle(200);
-    auto run = [&](int team) {
-        omp_set_num_threads(team);
+    const std::vector<Part> parts = onTeams({1, 2, 7}, [&] {
         Part part = foldedField(30, gentle, sharp, wide);
         smooth(part);
         return part;
-    };
-    const Part one = run(1), two = run(2), many = run(7);
-    omp_set_num_threads(threads);
-    EXPECT_TRUE(sameArrays(two, one));
-    EXPECT_TRUE(sameArrays(many, one));
+    });
+    EXPECT_TRUE(sameArrays(parts[1], parts[0]));
+    EXPECT_TRUE(sameArrays(parts[2], parts[0]));
 }
 
 }  // namespace
