@@ -26,8 +26,8 @@ namespace {
 constexpr int kWeldBucketBits = 18;   // 262144 buckets at least
 constexpr uint32_t kNone = 0xFFFFFFFFu;
 // The code of a welded position whose corners were resolved one by one: each
-// corner's new index is then found in its link. No encoded index takes this
-// value, as a slot makes fewer than 2^24 - 1 vertices.
+// corner's new index is then found in its record. No encoded index takes
+// this value, as a slot makes fewer than 2^24 - 1 vertices.
 constexpr uint32_t kSplit = 0xFFFFFFFEu;
 // New vertex indices travel as (index << 8) + slot until the merge, so a slot
 // may make at most 2^24 vertices; the work is cut into enough slots for that.
@@ -144,8 +144,14 @@ struct alignas(64) WeldState {
     Vector firstN, firstG;   // the first corner's; NaN once a face lies too far from them
     uint32_t vertex;         // the first corner's vertex, or kNone once another's values differ from it
     uint32_t shader;         // the shader of every corner, or kNone once two differ
-    uint32_t last;           // the latest corner: the chain through the links starts here
+    uint32_t record;         // where its corners' records go, once it is known to split
     uint32_t count;          // corners
+};
+
+// A corner of a welded position whose corners are resolved one by one, and
+// the encoded index it gets.
+struct SplitCorner {
+    uint32_t corner, encoded;
 };
 
 // What one slot of the welded positions produces: for each new vertex the
@@ -155,7 +161,6 @@ struct alignas(64) SmoothOutput {
     std::vector<uint32_t> source;
     std::vector<PackedDirection> normals;
     std::vector<PackedDirection> tangents;
-    std::vector<uint32_t> corners;
     std::vector<Vector> faceNormal, faceTangent;
     std::vector<AngleLimit> limit;
     std::vector<uint32_t> vertex;
@@ -244,6 +249,18 @@ uint32_t cornerVertex(const Part& part, uint32_t corner, uint32_t& shader, FaceV
     return k == 0 ? q.a : k == 1 ? q.b : k == 2 ? q.c : q.d;
 }
 
+// The vertex index of a corner in its face.
+uint32_t& cornerIndex(Part& part, uint32_t corner) {
+    const size_t triangleCorners = 3 * part.triangles.size();
+    if (corner < triangleCorners) {
+        Triangle& t = part.triangles[corner / 3];
+        return corner % 3 == 0 ? t.a : corner % 3 == 1 ? t.b : t.c;
+    }
+    Tetragon& q = part.tetragons[(corner - triangleCorners) / 4];
+    const uint32_t k = uint32_t((corner - triangleCorners) % 4);
+    return k == 0 ? q.a : k == 1 ? q.b : k == 2 ? q.c : q.d;
+}
+
 // Whether two input vertices carry the same position and channel values; a
 // channel that either vertex lies beyond is not compared.
 template <typename T>
@@ -270,16 +287,11 @@ bool sameValues(const Part& part, uint32_t a, uint32_t b) {
     return part.positions[a] == part.positions[b] && sameChannels(part, a, b);
 }
 
-// The corners of one welded position one by one, where they may not all
+// The m corners of one welded position one by one, where they may not all
 // share one vertex with the sums of all faces: new values per corner, new or
 // reused vertices in the slot's output, and each corner's encoded index in
-// its link, which the chain no longer needs.
-void smoothSplit(const SmoothInput& in, const WeldState& state, uint32_t slot, SmoothOutput& out, uint32_t* links) {
-    out.corners.clear();
-    for (uint32_t c = state.last; c != kNone; c = links[c]) out.corners.push_back(c);
-    std::reverse(out.corners.begin(), out.corners.end());
-    const uint32_t* corners = out.corners.data();
-    const uint32_t m = uint32_t(out.corners.size());
+// its record.
+void smoothSplit(const SmoothInput& in, SplitCorner* corners, uint32_t m, uint32_t slot, SmoothOutput& out) {
     out.faceNormal.resize(m);
     out.faceTangent.resize(m);
     out.limit.resize(m);
@@ -287,7 +299,7 @@ void smoothSplit(const SmoothInput& in, const WeldState& state, uint32_t slot, S
     for (uint32_t j = 0; j < m; ++j) {
         uint32_t shader = 0;
         FaceVectors face;
-        out.vertex[j] = cornerVertex(in.part, corners[j], shader, face, in);
+        out.vertex[j] = cornerVertex(in.part, corners[j].corner, shader, face, in);
         out.faceNormal[j] = face.normal, out.faceTangent[j] = face.tangent;
         out.limit[j] = in.limitOf(shader);
     }
@@ -385,7 +397,7 @@ void smoothSplit(const SmoothInput& in, const WeldState& state, uint32_t slot, S
             out.normals.push_back(normal);
             out.tangents.push_back(tangent);
         }
-        links[corners[i]] = (made << 8) + slot;
+        corners[i].encoded = (made << 8) + slot;
     }
 }
 
@@ -430,15 +442,22 @@ void faceNormalsAndFallbacks(FaceBlock& b) {
     }
 }
 
+// A face's vertices, the fourth kNone for a triangle.
+template <typename Face>
+void faceVertices(const Face& face, uint32_t (&v)[4]) {
+    v[0] = face.a, v[1] = face.b, v[2] = face.c;
+    if constexpr (std::is_same_v<Face, Tetragon>) v[3] = face.d;
+    else v[3] = kNone;
+}
+
 // Adds one corner of a face to the state of its welded position.
-inline void addCorner(const Part& part, WeldState& state, uint32_t corner, uint32_t vertex, uint32_t shader,
-                      const FaceVectors& face, bool unitN, bool unitG, float halfCosine, uint32_t* links) {
+inline void addCorner(const Part& part, WeldState& state, uint32_t vertex, uint32_t shader, const FaceVectors& face,
+                      bool unitN, bool unitG, float halfCosine) {
     if (state.count == 0) {
         state.sumN = Vector{0.0f, 0.0f, 0.0f} + face.normal;
         state.sumG = Vector{0.0f, 0.0f, 0.0f} + face.tangent;
         state.firstN = face.normal, state.firstG = face.tangent;
         state.vertex = vertex, state.shader = shader;
-        links[corner] = kNone;
     } else {
         state.sumN += face.normal;
         state.sumG += face.tangent;
@@ -447,12 +466,10 @@ inline void addCorner(const Part& part, WeldState& state, uint32_t corner, uint3
         if (state.vertex != kNone && vertex != state.vertex && !sameChannels(part, state.vertex, vertex))
             state.vertex = kNone;
         if (shader != state.shader) state.shader = kNone;
-        links[corner] = state.last;
     }
     const float nan = std::numeric_limits<float>::quiet_NaN();
     if (!(unitN && dot(state.firstN, face.normal) > halfCosine)) state.firstN.x = nan;
     if (!(unitG && dot(state.firstG, face.tangent) > halfCosine)) state.firstG.x = nan;
-    state.last = corner;
     ++state.count;
 }
 
@@ -460,23 +477,21 @@ inline void addCorner(const Part& part, WeldState& state, uint32_t corner, uint3
 // in [begin, end) to their states. Corners whose vertex has no position
 // belong to no welded position.
 uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld, uint32_t begin, uint32_t end,
-                       std::vector<WeldState>& states, uint32_t* links) {
+                       std::vector<WeldState>& states) {
     const Part& part = in.part;
     const uint32_t vertexCount = uint32_t(weld.size());
     const uint32_t span = end - begin;
     uint64_t added = 0;
     FaceBlock block{};   // lanes past the count hold old faces, never read
     // One family of faces, K corners each, in blocks.
-    auto walk = [&]<int K>(const auto& faces, uint32_t firstCorner) {
+    auto walk = [&]<int K>(const auto& faces) {
         const uint32_t count = uint32_t(faces.size());
         for (uint32_t first = 0; first < count; first += kFaceBlock) {
             block.count = 0;
             const uint32_t last = std::min(count, first + kFaceBlock);
             for (uint32_t f = first; f < last; ++f) {
-                const auto& face = faces[f];
                 uint32_t v[4];
-                if constexpr (K == 3) v[0] = face.a, v[1] = face.b, v[2] = face.c, v[3] = kNone;
-                else v[0] = face.a, v[1] = face.b, v[2] = face.c, v[3] = face.d;
+                faceVertices(faces[f], v);
                 bool any = false;
                 uint32_t* w = block.weld[block.count];
                 for (int k = 0; k < K; ++k) {
@@ -504,8 +519,7 @@ uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld,
             for (uint32_t i = 0; i < block.count; ++i) {
                 const auto& face = faces[block.face[i]];
                 uint32_t v[4];
-                if constexpr (K == 3) v[0] = face.a, v[1] = face.b, v[2] = face.c, v[3] = kNone;
-                else v[0] = face.a, v[1] = face.b, v[2] = face.c, v[3] = face.d;
+                faceVertices(face, v);
                 FaceVectors vectors{{block.nx[i], block.ny[i], block.nz[i]}, {block.tx[i], block.ty[i], block.tz[i]}};
                 if (in.uvTangents) {
                     uint32_t vertices[K];
@@ -514,20 +528,56 @@ uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld,
                 }
                 const bool unitN = nearlyUnit(vectors.normal), unitG = nearlyUnit(vectors.tangent);
                 const float halfCosine = in.limitOf(face.shader).halfCosine;
-                const uint32_t corner = firstCorner + uint32_t(K) * block.face[i];
                 for (int k = 0; k < K; ++k) {
                     const uint32_t w = block.weld[i][k];
                     if (w - begin >= span) continue;
-                    addCorner(part, states[w], corner + uint32_t(k), v[k], face.shader, vectors, unitN, unitG,
-                              halfCosine, links);
+                    addCorner(part, states[w], v[k], face.shader, vectors, unitN, unitG, halfCosine);
                     ++added;
                 }
             }
         }
     };
+    walk.template operator()<3>(part.triangles);
+    walk.template operator()<4>(part.tetragons);
+    return added;
+}
+
+// Marks the welded positions of [begin, end) whose corners must be resolved
+// one by one, and gives each its first record among those of the run;
+// returns the number of their corners.
+uint64_t markSplits(const SmoothInput& in, uint32_t begin, uint32_t end, std::vector<WeldState>& states,
+                    std::vector<uint8_t>& split) {
+    uint64_t corners = 0;
+    for (uint32_t w = begin; w < end; ++w) {
+        WeldState& state = states[w];
+        split[w] = state.count > 0 && !allAlike(in, state);
+        if (!split[w]) continue;
+        state.record = uint32_t(corners);
+        corners += state.count;
+    }
+    return corners;
+}
+
+// Walks all faces in order again and lists the corners of the split
+// positions of [begin, end), each position's in a run of its own, in corner
+// order. Afterwards a state's record is the end of its run.
+void listSplitCorners(const Part& part, const std::vector<uint32_t>& weld, const std::vector<uint8_t>& split,
+                      uint32_t begin, uint32_t end, std::vector<WeldState>& states, SplitCorner* records) {
+    const size_t vertexCount = weld.size();
+    const uint32_t span = end - begin;
+    auto walk = [&]<int K>(const auto& faces, uint32_t firstCorner) {
+        for (uint32_t f = 0; f < uint32_t(faces.size()); ++f) {
+            uint32_t v[4];
+            faceVertices(faces[f], v);
+            for (int k = 0; k < K; ++k) {
+                if (v[k] >= vertexCount) continue;
+                const uint32_t w = weld[v[k]];
+                if (w - begin < span && split[w]) records[states[w].record++] = {firstCorner + uint32_t(K) * f + uint32_t(k), 0};
+            }
+        }
+    };
     walk.template operator()<3>(part.triangles, 0);
     walk.template operator()<4>(part.tetragons, 3 * uint32_t(part.triangles.size()));
-    return added;
 }
 
 // Channel c of the output: the values of each new vertex's source, where the
@@ -593,19 +643,28 @@ void smooth(Part& part) {
                              !part.tangents.empty() && !part.uvChannels.empty() && !part.uvChannels[0].elements.empty(),
                              angleLimit(-kDegree)};
 
-        // Every welded position gathers its corners in face order: sums,
-        // whether they all agree, and a chain from each corner to the one
-        // before it at the same position. Each thread walks all faces for a
-        // run of welded positions of its own, so that each sum keeps its order.
+        // Every welded position gathers its corners in face order: sums and
+        // whether they all agree. Each thread walks all faces for a run of
+        // welded positions of its own, so that each sum keeps its order. The
+        // positions whose corners do not all agree then list their corners,
+        // in a second walk.
         const uint32_t threads = uint32_t(std::clamp(omp_get_max_threads(), 1, kMaxThreads));
         const uint32_t ranges = std::max<uint32_t>(1, std::min(threads, W));
+        std::vector<uint32_t> rangeBegin(size_t(ranges) + 1);
+        for (uint32_t r = 0; r <= ranges; ++r) rangeBegin[r] = uint32_t(uint64_t(W) * r / ranges);
         std::vector<WeldState> states(W);
-        const auto links = std::make_unique_for_overwrite<uint32_t[]>(cornerTotal);
-        std::vector<uint64_t> rangeCorners(ranges);
+        std::vector<uint8_t> split(W);
+        std::vector<uint64_t> rangeCorners(ranges), rangeRecords(size_t(ranges) + 1, 0);
+#pragma omp parallel for schedule(static)
+        for (uint32_t r = 0; r < ranges; ++r) {
+            rangeCorners[r] = gatherCorners(in, weld, rangeBegin[r], rangeBegin[r + 1], states);
+            rangeRecords[r + 1] = markSplits(in, rangeBegin[r], rangeBegin[r + 1], states, split);
+        }
+        for (uint32_t r = 0; r < ranges; ++r) rangeRecords[r + 1] += rangeRecords[r];
+        const auto records = std::make_unique_for_overwrite<SplitCorner[]>(rangeRecords[ranges]);
 #pragma omp parallel for schedule(static)
         for (uint32_t r = 0; r < ranges; ++r)
-            rangeCorners[r] = gatherCorners(in, weld, uint32_t(uint64_t(W) * r / ranges),
-                                            uint32_t(uint64_t(W) * (r + 1) / ranges), states, links.get());
+            listSplitCorners(part, weld, split, rangeBegin[r], rangeBegin[r + 1], states, &records[rangeRecords[r]]);
 
         // Slots: the same runs, or, when a part is so large that a slot's
         // vertex count might not fit its 24 bits, more runs with about equal
@@ -615,7 +674,7 @@ void smooth(Part& part) {
         uint32_t slots = ranges;
         std::vector<uint32_t> slotBegin(size_t(slots) + 1);
         std::vector<uint64_t> slotCorners(rangeCorners);
-        for (uint32_t s = 0; s <= slots; ++s) slotBegin[s] = uint32_t(uint64_t(W) * s / slots);
+        for (uint32_t s = 0; s <= slots; ++s) slotBegin[s] = rangeBegin[s];
         if (cornerTotal >= (uint64_t(1) << 24) - 1) {
             const uint64_t needed = (gathered + kSlotCorners - 1) / kSlotCorners;
             slots = uint32_t(std::min<uint64_t>(W, std::clamp<uint64_t>(needed, threads, kMaxThreads)));
@@ -644,16 +703,18 @@ void smooth(Part& part) {
             out.source.reserve(expected);
             out.normals.reserve(expected);
             out.tangents.reserve(expected);
+            uint32_t r = uint32_t(std::upper_bound(rangeBegin.begin(), rangeBegin.end(), slotBegin[s]) - rangeBegin.begin()) - 1;
             for (uint32_t w = slotBegin[s]; w < slotBegin[s + 1]; ++w) {
+                while (w >= rangeBegin[r + 1]) ++r;
                 const WeldState& state = states[w];
                 if (state.count == 0) continue;   // a position that no face uses any more
-                if (allAlike(in, state)) {
+                if (!split[w]) {
                     code[w] = (uint32_t(out.source.size()) << 8) + s;
                     out.source.push_back(state.vertex);
                     out.normals.push_back(packDirection(state.sumN.x, state.sumN.y, state.sumN.z));
                     out.tangents.push_back(packDirection(state.sumG.x, state.sumG.y, state.sumG.z));
                 } else {
-                    smoothSplit(in, state, s, out, links.get());
+                    smoothSplit(in, &records[rangeRecords[r] + state.record - state.count], state.count, s, out);
                     code[w] = kSplit;
                 }
             }
@@ -683,32 +744,34 @@ void smooth(Part& part) {
         part.tangents.swap(tangents);
         std::vector<SmoothOutput>().swap(outputs);
 
-        // Each corner's new index: its welded position's, or its own where
-        // the corners were split, decoded from slot and index in the slot.
+        // Each corner's new index: its welded position's, decoded from slot
+        // and index in the slot; then, where the corners were split, each
+        // listed corner's own.
+        auto decode = [&base](uint32_t encoded) { return uint32_t((encoded >> 8) + base[encoded & 255]); };
         uint64_t outOfRange = 0;
-        auto newIndex = [&](uint32_t v, uint64_t corner, uint64_t& missing) {
+        auto newIndex = [&](uint32_t v, uint64_t& missing) {
             if (v >= vertexCount) {
                 ++missing;
                 return v;
             }
-            uint32_t encoded = code[weld[v]];
-            if (encoded == kSplit) encoded = links[corner];
-            return uint32_t((encoded >> 8) + base[encoded & 255]);
+            const uint32_t encoded = code[weld[v]];
+            return encoded == kSplit ? v : decode(encoded);
         };
 #pragma omp parallel for schedule(static) reduction(+ : outOfRange)
         for (uint32_t i = 0; i < triangleCount; ++i) {
             Triangle& t = part.triangles[i];
-            const uint64_t c = 3 * uint64_t(i);
-            t = {newIndex(t.a, c, outOfRange), newIndex(t.b, c + 1, outOfRange), newIndex(t.c, c + 2, outOfRange),
-                 t.shader};
+            t = {newIndex(t.a, outOfRange), newIndex(t.b, outOfRange), newIndex(t.c, outOfRange), t.shader};
         }
 #pragma omp parallel for schedule(static) reduction(+ : outOfRange)
         for (uint32_t i = 0; i < tetragonCount; ++i) {
             Tetragon& q = part.tetragons[i];
-            const uint64_t c = 3 * uint64_t(triangleCount) + 4 * uint64_t(i);
-            q = {newIndex(q.a, c, outOfRange), newIndex(q.b, c + 1, outOfRange), newIndex(q.c, c + 2, outOfRange),
-                 newIndex(q.d, c + 3, outOfRange), q.shader};
+            q = {newIndex(q.a, outOfRange), newIndex(q.b, outOfRange), newIndex(q.c, outOfRange),
+                 newIndex(q.d, outOfRange), q.shader};
         }
+        const int64_t recordCount = int64_t(rangeRecords[ranges]);
+#pragma omp parallel for schedule(static)
+        for (int64_t i = 0; i < recordCount; ++i)
+            cornerIndex(part, records[size_t(i)].corner) = decode(records[size_t(i)].encoded);
         for (uint64_t i = 0; i < outOfRange; ++i) reportError("smoothing out of range");
     }
     registry.smoothMilliseconds += uint32_t((systemTime100ns() - start) / 10000);
