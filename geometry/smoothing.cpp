@@ -32,6 +32,7 @@ constexpr uint32_t kSplit = 0xFFFFFFFEu;
 // New vertex indices travel as (index << 8) + slot until the merge, so a slot
 // may make at most 2^24 vertices; the work is cut into enough slots for that.
 constexpr uint64_t kSlotCorners = uint64_t(1) << 23;
+constexpr uint32_t kSlotsPerThread = 8;
 
 // The bit pattern of a coordinate, with -0 taken as +0: positions that are
 // equal as floats must meet in one bucket.
@@ -473,14 +474,20 @@ inline void addCorner(const Part& part, WeldState& state, uint32_t vertex, uint3
     ++state.count;
 }
 
+// The faces of each family that have a corner in a run of welded
+// positions lie in [first, last).
+struct FaceSpan {
+    uint32_t first[2] = {0xFFFFFFFFu, 0xFFFFFFFFu}, last[2] = {0, 0};   // triangles, tetragons
+};
+
 // Walks all faces in order and adds the corners whose welded position lies
 // in [begin, end) to their states. Corners whose vertex has no position
 // belong to no welded position.
 uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld, uint32_t begin, uint32_t end,
-                       std::vector<WeldState>& states) {
+                       std::vector<WeldState>& states, FaceSpan& span) {
     const Part& part = in.part;
     const uint32_t vertexCount = uint32_t(weld.size());
-    const uint32_t span = end - begin;
+    const uint32_t positions = end - begin;
     uint64_t added = 0;
     FaceBlock block{};   // lanes past the count hold old faces, never read
     // One family of faces, K corners each, in blocks.
@@ -496,12 +503,13 @@ uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld,
                 uint32_t* w = block.weld[block.count];
                 for (int k = 0; k < K; ++k) {
                     w[k] = v[k] < vertexCount ? weld[v[k]] : kNone;
-                    const bool mine = w[k] - begin < span;
+                    const bool mine = w[k] - begin < positions;
                     // The states are wanted once the block's vectors are made.
                     if (mine) __builtin_prefetch(&states[w[k]], 1);
                     any = any || mine;
                 }
                 if (!any) continue;
+                span.first[K - 3] = std::min(span.first[K - 3], f), span.last[K - 3] = f + 1;
                 Vector u, t;
                 if constexpr (K == 3) {
                     const Vector a = positionAt(part, v[0]);
@@ -530,7 +538,7 @@ uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld,
                 const float halfCosine = in.limitOf(face.shader).halfCosine;
                 for (int k = 0; k < K; ++k) {
                     const uint32_t w = block.weld[i][k];
-                    if (w - begin >= span) continue;
+                    if (w - begin >= positions) continue;
                     addCorner(part, states[w], v[k], face.shader, vectors, unitN, unitG, halfCosine);
                     ++added;
                 }
@@ -558,15 +566,16 @@ uint64_t markSplits(const SmoothInput& in, uint32_t begin, uint32_t end, std::ve
     return corners;
 }
 
-// Walks all faces in order again and lists the corners of the split
-// positions of [begin, end), each position's in a run of its own, in corner
-// order. Afterwards a state's record is the end of its run.
+// Walks the faces of the run in order again and lists the corners of the
+// split positions of [begin, end), each position's in a run of its own, in
+// corner order. Afterwards a state's record is the end of its run.
 void listSplitCorners(const Part& part, const std::vector<uint32_t>& weld, const std::vector<uint8_t>& split,
-                      uint32_t begin, uint32_t end, std::vector<WeldState>& states, SplitCorner* records) {
+                      uint32_t begin, uint32_t end, const FaceSpan& faceSpan, std::vector<WeldState>& states,
+                      SplitCorner* records) {
     const size_t vertexCount = weld.size();
     const uint32_t span = end - begin;
     auto walk = [&]<int K>(const auto& faces, uint32_t firstCorner) {
-        for (uint32_t f = 0; f < uint32_t(faces.size()); ++f) {
+        for (uint32_t f = faceSpan.first[K - 3]; f < faceSpan.last[K - 3]; ++f) {
             uint32_t v[4];
             faceVertices(faces[f], v);
             for (int k = 0; k < K; ++k) {
@@ -655,29 +664,36 @@ void smooth(Part& part) {
         std::vector<WeldState> states(W);
         std::vector<uint8_t> split(W);
         std::vector<uint64_t> rangeCorners(ranges), rangeRecords(size_t(ranges) + 1, 0);
+        std::vector<FaceSpan> spans(ranges);
 #pragma omp parallel for schedule(static)
         for (uint32_t r = 0; r < ranges; ++r) {
-            rangeCorners[r] = gatherCorners(in, weld, rangeBegin[r], rangeBegin[r + 1], states);
+            rangeCorners[r] = gatherCorners(in, weld, rangeBegin[r], rangeBegin[r + 1], states, spans[r]);
             rangeRecords[r + 1] = markSplits(in, rangeBegin[r], rangeBegin[r + 1], states, split);
         }
         for (uint32_t r = 0; r < ranges; ++r) rangeRecords[r + 1] += rangeRecords[r];
         const auto records = std::make_unique_for_overwrite<SplitCorner[]>(rangeRecords[ranges]);
 #pragma omp parallel for schedule(static)
         for (uint32_t r = 0; r < ranges; ++r)
-            listSplitCorners(part, weld, split, rangeBegin[r], rangeBegin[r + 1], states, &records[rangeRecords[r]]);
+            if (rangeRecords[r + 1] > rangeRecords[r])
+                listSplitCorners(part, weld, split, rangeBegin[r], rangeBegin[r + 1], spans[r], states,
+                                 &records[rangeRecords[r]]);
 
-        // Slots: the same runs, or, when a part is so large that a slot's
-        // vertex count might not fit its 24 bits, more runs with about equal
-        // numbers of corners.
+        // Slots: runs of welded positions, each resolved by one thread into
+        // arrays of its own and merged in order, so that their number never
+        // changes the result. There are several per thread, taken as threads
+        // finish, because positions that split cost more and come in
+        // clusters. A part so large that a slot's vertex count might not fit
+        // its 24 bits gets more runs, with about equal numbers of corners.
         uint64_t gathered = 0;
         for (uint64_t c : rangeCorners) gathered += c;
-        uint32_t slots = ranges;
+        uint32_t slots = std::max<uint32_t>(1, std::min({W, threads == 1 ? 1 : kSlotsPerThread * threads,
+                                                         uint32_t(kMaxThreads)}));
         std::vector<uint32_t> slotBegin(size_t(slots) + 1);
-        std::vector<uint64_t> slotCorners(rangeCorners);
-        for (uint32_t s = 0; s <= slots; ++s) slotBegin[s] = rangeBegin[s];
+        for (uint32_t s = 0; s <= slots; ++s) slotBegin[s] = uint32_t(uint64_t(W) * s / slots);
+        std::vector<uint64_t> slotCorners(slots, gathered / slots);
         if (cornerTotal >= (uint64_t(1) << 24) - 1) {
             const uint64_t needed = (gathered + kSlotCorners - 1) / kSlotCorners;
-            slots = uint32_t(std::min<uint64_t>(W, std::clamp<uint64_t>(needed, threads, kMaxThreads)));
+            slots = uint32_t(std::min<uint64_t>(W, std::clamp<uint64_t>(needed, slots, kMaxThreads)));
             slotBegin.assign(size_t(slots) + 1, W);
             slotCorners.assign(slots, 0);
             slotBegin[0] = 0;
@@ -694,7 +710,7 @@ void smooth(Part& part) {
         // as many as its corners need.
         std::vector<SmoothOutput> outputs(kMaxThreads);
         const auto code = std::make_unique_for_overwrite<uint32_t[]>(W);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(dynamic)
         for (uint32_t s = 0; s < slots; ++s) {
             SmoothOutput& out = outputs[s];
             // Every vertex of the slot is at most a corner; most meshes make
