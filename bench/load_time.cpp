@@ -139,7 +139,8 @@ void run(const std::string& name, const Part& mesh, uint32_t smoothShader, const
     const int levels[3] = {1, 4, 8};
     for (int l = 0; l < 3; ++l)
         for (int threads : {1, 2}) {
-            if ((options.level != 0 && levels[l] != options.level) || (options.threads != 0 && threads != options.threads))
+            if ((options.level != 0 && levels[l] != options.level) ||
+                (options.threads != 0 && threads != options.threads))
                 continue;
             omp_set_num_threads(threads);
             Part part = withShader(mesh, displaceShaders[l]);

@@ -121,8 +121,9 @@ PatchTable makePatchTable(int n) {
 // A point on the cubic across an edge from a (x = 1) to b (x = 0), on each
 // lane: the unit blend of the normals u, the height h over the chord, and the
 // point.
-[[gnu::always_inline]] inline LaneVector edgePoint(Lanes x, const LaneVector& Pa, const LaneVector& Na, const LaneVector& Pb, const LaneVector& Nb,
-                     LaneVector& u, Lanes& h) {
+[[gnu::always_inline]] inline LaneVector edgePoint(Lanes x, const LaneVector& Pa, const LaneVector& Na,
+                                                   const LaneVector& Pb, const LaneVector& Nb, LaneVector& u,
+                                                   Lanes& h) {
     const Lanes y = 1.0f - x;
     u = normalized(Na * x + Nb * y);
     const LaneVector ab = Pa - Pb;
@@ -133,8 +134,8 @@ PatchTable makePatchTable(int n) {
 
 // The same point with its normal: the part of the blended normal at right
 // angles to the curve's direction.
-[[gnu::always_inline]] inline void edge(Lanes x, const LaneVector& Pa, const LaneVector& Na, const LaneVector& Pb, const LaneVector& Nb, LaneVector& p,
-          LaneVector& n) {
+[[gnu::always_inline]] inline void edge(Lanes x, const LaneVector& Pa, const LaneVector& Na, const LaneVector& Pb,
+                                        const LaneVector& Nb, LaneVector& p, LaneVector& n) {
     LaneVector u;
     Lanes h;
     p = edgePoint(x, Pa, Na, Pb, Nb, u, h);
@@ -157,20 +158,16 @@ struct CornerCurves {
 void cornerCurves(const PatchTable& table, const Vector P[3], const Vector N[3], std::vector<CornerCurves>& curves) {
     curves.resize(table.curves);
     for (size_t k = 0; k < table.jobs; k += kLanes) {
-        // The corners of each lane's job, gathered into twelve runs of lanes:
-        // Pa, Na, Pb, Nb, each x, y, z.
-        alignas(32) float gathered[12][kLanes];
-        for (int i = 0; i < kLanes; ++i) {
-            const Vector values[4] = {P[table.jobFrom[k + size_t(i)]], N[table.jobFrom[k + size_t(i)]],
-                                      P[table.jobTo[k + size_t(i)]], N[table.jobTo[k + size_t(i)]]};
-            for (int v = 0; v < 4; ++v)
-                gathered[3 * v][i] = values[v].x, gathered[3 * v + 1][i] = values[v].y, gathered[3 * v + 2][i] = values[v].z;
-        }
-        auto run = [&gathered](int v) {
-            return LaneVector{load(gathered[3 * v]), load(gathered[3 * v + 1]), load(gathered[3 * v + 2])};
-        };
+        // The corners of each lane's job: Pa, Na, Pb, Nb.
+        LaneVector ends[4];
+        gather(
+            [&](int i, Vector (&values)[4]) {
+                const int from = table.jobFrom[k + size_t(i)], to = table.jobTo[k + size_t(i)];
+                values[0] = P[from], values[1] = N[from], values[2] = P[to], values[3] = N[to];
+            },
+            ends);
         LaneVector p, n;
-        edge(load(&table.jobWeight[k]), run(0), run(1), run(2), run(3), p, n);
+        edge(load(&table.jobWeight[k]), ends[0], ends[1], ends[2], ends[3], p, n);
         for (int i = 0; i < kLanes; ++i) {
             CornerCurves& pair = curves[table.jobCurve[k + size_t(i)]];
             if (table.jobSecond[k + size_t(i)]) pair.Yp = lane(p, i), pair.Yn = lane(n, i);
@@ -181,23 +178,21 @@ void cornerCurves(const PatchTable& table, const Vector P[3], const Vector N[3],
 
 // Points k to k + kLanes - 1 of the patch: each corner's construction
 // between its two curves, blended.
-[[gnu::always_inline]] inline LaneVector patchPoints(const PatchTable& table, const std::vector<CornerCurves>& curves, size_t k) {
+[[gnu::always_inline]] inline LaneVector patchPoints(const PatchTable& table, const std::vector<CornerCurves>& curves,
+                                                     size_t k) {
     LaneVector E[3];
     for (int c = 0; c < 3; ++c) {
-        // The curves of each lane's weight, gathered into twelve runs of
-        // lanes: Xp, Xn, Yp, Yn, each x, y, z.
-        alignas(32) float gathered[12][kLanes];
-        for (int i = 0; i < kLanes; ++i) {
-            const CornerCurves& curve = curves[table.curve[c][k + size_t(i)]];
-            const Vector values[4] = {curve.Xp, curve.Xn, curve.Yp, curve.Yn};
-            for (int v = 0; v < 4; ++v)
-                gathered[3 * v][i] = values[v].x, gathered[3 * v + 1][i] = values[v].y, gathered[3 * v + 2][i] = values[v].z;
-        }
-        auto run = [&gathered](int v) { return LaneVector{load(gathered[3 * v]), load(gathered[3 * v + 1]), load(gathered[3 * v + 2])}; };
-        const LaneVector Xp = run(0), Xn = run(1), Yp = run(2), Yn = run(3);
+        // The curves of each lane's weight: Xp, Xn, Yp, Yn.
+        LaneVector curve[4];
+        gather(
+            [&](int i, Vector (&values)[4]) {
+                const CornerCurves& pair = curves[table.curve[c][k + size_t(i)]];
+                values[0] = pair.Xp, values[1] = pair.Xn, values[2] = pair.Yp, values[3] = pair.Yn;
+            },
+            curve);
         LaneVector u;
         Lanes h;
-        E[c] = edgePoint(load(&table.q[c][k]), Xp, Xn, Yp, Yn, u, h);
+        E[c] = edgePoint(load(&table.q[c][k]), curve[0], curve[1], curve[2], curve[3], u, h);
     }
     return (E[0] * load(&table.f[0][k]) + E[1] * load(&table.f[1][k]) + E[2] * load(&table.f[2][k])) /
            load(&table.sum[k]);
@@ -395,7 +390,8 @@ void displaceTriangle(Part& part, const PassInput& in, const Triangle& t, const 
         const int valid = int(std::min<size_t>(kLanes, table.count - k));
         for (int i = 0; i < valid; ++i) {
             part.positions[share.pointsAt + k + size_t(i)] = lane(moved, i);
-            part.normals[share.normalsAt + k + size_t(i)] = {int8_t(normal.x[i]), int8_t(normal.y[i]), int8_t(normal.z[i])};
+            part.normals[share.normalsAt + k + size_t(i)] = {int8_t(normal.x[i]), int8_t(normal.y[i]),
+                                                             int8_t(normal.z[i])};
             part.tangents[share.tangentsAt + k + size_t(i)] = {int8_t(tangent.x[i]), int8_t(tangent.y[i]),
                                                                int8_t(tangent.z[i])};
         }

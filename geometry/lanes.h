@@ -54,3 +54,20 @@ inline Lanes load(const float* p) {
 }
 
 inline void store(Lanes x, float* p) { __builtin_memcpy(p, &x, sizeof x); }
+
+// Four vectors of lanes from four vectors per lane: fetch(i, values) gives
+// lane i's.
+template <typename Fetch>
+[[gnu::always_inline]] inline void gather(Fetch fetch, LaneVector (&out)[4]) {
+    alignas(32) float gathered[12][kLanes];
+    for (int i = 0; i < kLanes; ++i) {
+        Vector values[4];
+        fetch(i, values);
+        for (int v = 0; v < 4; ++v) {
+            gathered[3 * v][i] = values[v].x;
+            gathered[3 * v + 1][i] = values[v].y;
+            gathered[3 * v + 2][i] = values[v].z;
+        }
+    }
+    for (int v = 0; v < 4; ++v) out[v] = {load(gathered[3 * v]), load(gathered[3 * v + 1]), load(gathered[3 * v + 2])};
+}

@@ -581,7 +581,8 @@ void listSplitCorners(const Part& part, const std::vector<uint32_t>& weld, const
             for (int k = 0; k < K; ++k) {
                 if (v[k] >= vertexCount) continue;
                 const uint32_t w = weld[v[k]];
-                if (w - begin < span && split[w]) records[states[w].record++] = {firstCorner + uint32_t(K) * f + uint32_t(k), 0};
+                if (w - begin < span && split[w])
+                    records[states[w].record++] = {firstCorner + uint32_t(K) * f + uint32_t(k), 0};
             }
         }
     };
@@ -719,7 +720,8 @@ void smooth(Part& part) {
             out.source.reserve(expected);
             out.normals.reserve(expected);
             out.tangents.reserve(expected);
-            uint32_t r = uint32_t(std::upper_bound(rangeBegin.begin(), rangeBegin.end(), slotBegin[s]) - rangeBegin.begin()) - 1;
+            uint32_t r =
+                uint32_t(std::upper_bound(rangeBegin.begin(), rangeBegin.end(), slotBegin[s]) - rangeBegin.begin()) - 1;
             for (uint32_t w = slotBegin[s]; w < slotBegin[s + 1]; ++w) {
                 while (w >= rangeBegin[r + 1]) ++r;
                 const WeldState& state = states[w];

@@ -124,8 +124,10 @@ inline bool sameArrays(const Part& a, const Part& b) {
     bool same = sameBytes(a.positions, b.positions) && sameBytes(a.normals, b.normals) &&
                 sameBytes(a.tangents, b.tangents) && sameBytes(a.triangles, b.triangles) &&
                 sameBytes(a.tetragons, b.tetragons) && a.uvChannels.size() == b.uvChannels.size() &&
-                a.scalarChannels.size() == b.scalarChannels.size() && a.vectorChannels.size() == b.vectorChannels.size();
-    for (size_t c = 0; same && c < a.uvChannels.size(); ++c) same = sameBytes(a.uvChannels[c].elements, b.uvChannels[c].elements);
+                a.scalarChannels.size() == b.scalarChannels.size() &&
+                a.vectorChannels.size() == b.vectorChannels.size();
+    for (size_t c = 0; same && c < a.uvChannels.size(); ++c)
+        same = sameBytes(a.uvChannels[c].elements, b.uvChannels[c].elements);
     for (size_t c = 0; same && c < a.scalarChannels.size(); ++c)
         same = sameBytes(a.scalarChannels[c].elements, b.scalarChannels[c].elements);
     for (size_t c = 0; same && c < a.vectorChannels.size(); ++c)

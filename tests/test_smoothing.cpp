@@ -218,11 +218,12 @@ TEST_F(Smoothing, EveryCornerTakesTheFacesWithinItsAngle) {
                                                  : Vector{1.0f - 1.0f / (1.0f + normal.z) * normal.x * normal.x,
                                                           -(1.0f / (1.0f + normal.z)) * normal.x * normal.y, -normal.x};
         for (uint32_t k : v)
-            corners.push_back({part.positions[k], normal, t,
-                               registry.shaders[shader].geometry.smooth_angle * kDegree, part.uvChannels[0].elements[k]});
+            corners.push_back({part.positions[k], normal, t, registry.shaders[shader].geometry.smooth_angle * kDegree,
+                               part.uvChannels[0].elements[k]});
     };
     const Vector* p = part.positions.data();
-    for (const Triangle& t : part.triangles) face({t.a, t.b, t.c}, normalized(cross(p[t.b] - p[t.a], p[t.c] - p[t.a])), t.shader);
+    for (const Triangle& t : part.triangles)
+        face({t.a, t.b, t.c}, normalized(cross(p[t.b] - p[t.a], p[t.c] - p[t.a])), t.shader);
     for (const Tetragon& q : part.tetragons)
         face({q.a, q.b, q.c, q.d}, normalized(cross(p[q.c] - p[q.a], p[q.d] - p[q.b])), q.shader);
     auto within = [](Vector a, Vector b, float limit) {
