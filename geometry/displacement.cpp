@@ -239,34 +239,36 @@ struct PassInput {
     size_t d;
     size_t positions, normals, tangents;
     std::vector<size_t> channels;
-
-    PassInput(const Part& part, size_t pass)
-        : d(pass), positions(part.positions.size()), normals(part.normals.size()), tangents(part.tangents.size()) {
-        for (const auto& c : part.scalarChannels) channels.push_back(c.elements.size());
-        for (const auto& c : part.uvChannels) channels.push_back(c.elements.size());
-        for (const auto& c : part.vectorChannels) channels.push_back(c.elements.size());
-    }
-
-    bool hasDirection(const Part& part, uint32_t v) const {
-        const PackedDirection zeroDirection{0, 0, 0};
-        return v < positions && v < normals && v < tangents && !(part.normals[v] == zeroDirection) &&
-               !(part.tangents[v] == zeroDirection);
-    }
-
-    // The element that this pass applies to a triangle, or null where the
-    // triangle is kept as it is.
-    const SurfaceElement* element(const Part& part, const Triangle& t) const {
-        const std::vector<SurfaceElement>& elements = *elementsOf(t.shader);
-        if (d >= elements.size() || !hasDirection(part, t.a) || !hasDirection(part, t.b) || !hasDirection(part, t.c))
-            return nullptr;
-        return &elements[d];
-    }
-
-    // Whether the corners of a triangle lie within channel c.
-    bool within(size_t c, const uint32_t v[3]) const {
-        return v[0] < channels[c] && v[1] < channels[c] && v[2] < channels[c];
-    }
 };
+
+PassInput passInput(const Part& part, size_t d) {
+    PassInput in{d, part.positions.size(), part.normals.size(), part.tangents.size(), {}};
+    for (const auto& c : part.scalarChannels) in.channels.push_back(c.elements.size());
+    for (const auto& c : part.uvChannels) in.channels.push_back(c.elements.size());
+    for (const auto& c : part.vectorChannels) in.channels.push_back(c.elements.size());
+    return in;
+}
+
+bool hasDirection(const PassInput& in, const Part& part, uint32_t v) {
+    const PackedDirection zeroDirection{0, 0, 0};
+    return v < in.positions && v < in.normals && v < in.tangents && !(part.normals[v] == zeroDirection) &&
+           !(part.tangents[v] == zeroDirection);
+}
+
+// The element that the pass applies to a triangle, or null where the
+// triangle is kept as it is.
+const SurfaceElement* passElement(const PassInput& in, const Part& part, const Triangle& t) {
+    const std::vector<SurfaceElement>& elements = *elementsOf(t.shader);
+    if (in.d >= elements.size() || !hasDirection(in, part, t.a) || !hasDirection(in, part, t.b) ||
+        !hasDirection(in, part, t.c))
+        return nullptr;
+    return &elements[in.d];
+}
+
+// Whether the corners of a triangle lie within channel c.
+bool within(const PassInput& in, size_t c, const uint32_t v[3]) {
+    return v[0] < in.channels[c] && v[1] < in.channels[c] && v[2] < in.channels[c];
+}
 
 // One thread's share of a pass: a run of the part's triangles, what it keeps
 // and makes from them, and where that goes in the part's arrays, which are
@@ -288,7 +290,7 @@ void countShare(const Part& part, const PassInput& in, DisplaceShare& share) {
     int lastLevel = -1;
     for (size_t i = share.begin; i < share.end; ++i) {
         const Triangle& t = part.triangles[i];
-        const SurfaceElement* element = in.element(part, t);
+        const SurfaceElement* element = passElement(in, part, t);
         if (!element) {
             ++share.kept;
             continue;
@@ -303,7 +305,7 @@ void countShare(const Part& part, const PassInput& in, DisplaceShare& share) {
         share.made += size_t(n) * size_t(n);
         const uint32_t v[3] = {t.a, t.b, t.c};
         for (size_t c = 0; c < in.channels.size(); ++c)
-            if (in.within(c, v)) share.channelPoints[c] += points;
+            if (within(in, c, v)) share.channelPoints[c] += points;
     }
 }
 
@@ -313,7 +315,7 @@ template <typename T>
 void writeChannels(std::vector<VertexChannel<T>>& channels, size_t first, const PassInput& in, DisplaceShare& share,
                    const uint32_t v[3], const PatchTable& table) {
     for (size_t c = 0; c < channels.size(); ++c) {
-        if (!in.within(first + c, v)) continue;
+        if (!within(in, first + c, v)) continue;
         std::vector<T>& e = channels[c].elements;
         size_t& at = share.channelAt[first + c];
         for (size_t k = 0; k < table.count; ++k) {
@@ -331,7 +333,7 @@ void writeChannels(std::vector<VertexChannel<T>>& channels, size_t first, const 
 // written where the share's counters point.
 void displaceTriangle(Part& part, const PassInput& in, const Triangle& t, const std::vector<const PatchTable*>& tables,
                       std::vector<Triangle>& triangles, DisplaceShare& share) {
-    const SurfaceElement* element = in.element(part, t);
+    const SurfaceElement* element = passElement(in, part, t);
     if (!element) {
         triangles[share.keptAt++] = t;
         return;
@@ -351,7 +353,7 @@ void displaceTriangle(Part& part, const PassInput& in, const Triangle& t, const 
     // moves here, once, from its own values: the uv interpolated from uv
     // channel 0, or (0, 0) where the face has none there.
     const size_t uvChannel = part.scalarChannels.size();
-    const bool hasUv = !part.uvChannels.empty() && in.within(uvChannel, v);
+    const bool hasUv = !part.uvChannels.empty() && within(in, uvChannel, v);
     const bool sampled = element->imageIndex >= 0;
     const bool alongFrame = element->direction == Vector{0.0f, 0.0f, 0.0f};
     const float noUv[2] = {0.0f, 0.0f};
@@ -432,7 +434,7 @@ void grow(std::vector<T>& elements, size_t n) {
 void displacePass(Part& part, size_t d) {
     const int threads = std::clamp(omp_get_max_threads(), 1, kMaxThreads);
     std::vector<DisplaceShare> shares(kMaxThreads);
-    const PassInput in(part, d);
+    const PassInput in = passInput(part, d);
     const size_t count = part.triangles.size();
     std::vector<Triangle> triangles;
     std::vector<PatchTable> tables;

@@ -179,11 +179,11 @@ struct SmoothInput {
     const std::vector<AngleLimit>& shaderLimits;   // by shader index
     bool uvTangents;                               // tangents and uv channel 0 both exist
     AngleLimit keeps;                              // the limit of shaders past the list
-
-    const AngleLimit& limitOf(uint32_t shader) const {
-        return shader < shaderLimits.size() ? shaderLimits[shader] : keeps;
-    }
 };
+
+const AngleLimit& limitOf(const SmoothInput& in, uint32_t shader) {
+    return shader < in.shaderLimits.size() ? in.shaderLimits[shader] : in.keeps;
+}
 
 Vector positionAt(const Part& part, uint32_t v) {
     return v < part.positions.size() ? part.positions[v] : Vector{0.0f, 0.0f, 0.0f};
@@ -302,7 +302,7 @@ void smoothSplit(const SmoothInput& in, SplitCorner* corners, uint32_t m, uint32
         FaceVectors face;
         out.vertex[j] = cornerVertex(in.part, corners[j].corner, shader, face, in);
         out.faceNormal[j] = face.normal, out.faceTangent[j] = face.tangent;
-        out.limit[j] = in.limitOf(shader);
+        out.limit[j] = limitOf(in, shader);
     }
     // Where every corner has the same limit and every pair of faces lies
     // clearly within it, each corner takes in all faces, and one sum serves
@@ -409,7 +409,7 @@ void smoothSplit(const SmoothInput& in, SplitCorner* corners, uint32_t m, uint32
 // left to the pair tests of smoothSplit.
 bool allAlike(const SmoothInput& in, const WeldState& state) {
     if (state.vertex == kNone || state.shader == kNone) return false;
-    const AngleLimit& limit = in.limitOf(state.shader);
+    const AngleLimit& limit = limitOf(in, state.shader);
     if (limit.mode == 1) return true;
     return limit.mode == 2 && limit.byReference && !std::isnan(state.firstN.x) && !std::isnan(state.firstG.x);
 }
@@ -535,7 +535,7 @@ uint64_t gatherCorners(const SmoothInput& in, const std::vector<uint32_t>& weld,
                     vectors.tangent = faceTangent(in, vertices, vectors.normal);
                 }
                 const bool unitN = nearlyUnit(vectors.normal), unitG = nearlyUnit(vectors.tangent);
-                const float halfCosine = in.limitOf(face.shader).halfCosine;
+                const float halfCosine = limitOf(in, face.shader).halfCosine;
                 for (int k = 0; k < K; ++k) {
                     const uint32_t w = block.weld[i][k];
                     if (w - begin >= positions) continue;
