@@ -2,10 +2,15 @@
 // (or a procedural wavy grid of 1 M triangles when the assets are absent, or
 // with --procedural), smoothed, then displaced at levels 1, 4 and 8, on 1 and
 // 2 threads. Prints triangles in and out per second of wall time and of
-// processor time, and the memory per output triangle. --smooth-only stops
-// after smoothing.
+// processor time, and the memory per output triangle: stored, and at the
+// peak of displacement and of the smoothing that follows it. --smooth-only
+// stops after smoothing; --level n and --threads n keep one level and one
+// team size; --repeat n smooths n times instead of 5 and keeps the fastest;
+// --digest adds a hash of every result, so that a faster version can be
+// checked to give the same arrays.
 #include <omp.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -55,6 +60,28 @@ size_t partBytes(const Part& part) {
     return bytes;
 }
 
+// FNV-1a over the bytes of all of a part's arrays that smoothing and
+// displacement write.
+uint64_t digest(const Part& part) {
+    uint64_t h = 14695981039346656037ull;
+    auto bytes = [&h](const auto& elements) {
+        const auto* p = reinterpret_cast<const unsigned char*>(elements.data());
+        for (size_t i = 0; i < elements.size() * sizeof(elements[0]); ++i) h = (h ^ p[i]) * 1099511628211ull;
+        h = (h ^ elements.size()) * 1099511628211ull;
+    };
+    bytes(part.positions), bytes(part.normals), bytes(part.tangents), bytes(part.triangles), bytes(part.tetragons);
+    for (const auto& c : part.uvChannels) bytes(c.elements);
+    for (const auto& c : part.scalarChannels) bytes(c.elements);
+    for (const auto& c : part.vectorChannels) bytes(c.elements);
+    return h;
+}
+
+struct Options {
+    bool smoothOnly = false, digests = false;
+    int level = 0, threads = 0;   // 0: all
+    int repeat = 5;
+};
+
 size_t faceCount(const Part& part) { return part.triangles.size() + 2 * part.tetragons.size(); }
 
 // A height field over a square of n x n cells of size 1, two triangles each.
@@ -83,14 +110,16 @@ Part withShader(Part part, uint32_t shader) {
 }
 
 void run(const std::string& name, const Part& mesh, uint32_t smoothShader, const uint32_t displaceShaders[3],
-         bool smoothOnly) {
+         const Options& options) {
     const size_t input = faceCount(mesh);
     std::printf("%s: %zu triangles, %zu vertices\n", name.c_str(), input, mesh.positions.size());
     for (int threads : {1, 2}) {
+        if (options.threads != 0 && threads != options.threads) continue;
         omp_set_num_threads(threads);
+        uint64_t hash = 0;
         double fastest = 1e30, leastCpu = 1e30;
         size_t vertices = 0;
-        for (int k = 0; k < 5; ++k) {
+        for (int k = 0; k < options.repeat; ++k) {
             Part part = withShader(mesh, smoothShader);
             const auto t0 = std::chrono::steady_clock::now();
             const double c0 = cpuSeconds();
@@ -98,16 +127,21 @@ void run(const std::string& name, const Part& mesh, uint32_t smoothShader, const
             fastest = std::min(fastest, seconds(t0));
             leastCpu = std::min(leastCpu, cpuSeconds() - c0);
             vertices = part.positions.size();
+            if (options.digests) hash = digest(part);
         }
         std::printf("  smooth             %d thread%s %8.2f M triangles in/s  %6.2f M per processor second  "
                     "(%zu vertices out)\n",
                     threads, threads == 1 ? " " : "s", double(input) / fastest / 1e6, double(input) / leastCpu / 1e6,
                     vertices);
+        if (options.digests) std::printf("    digest %016llx\n", (unsigned long long)hash);
     }
-    if (smoothOnly) return;
+    if (options.smoothOnly) return;
     const int levels[3] = {1, 4, 8};
     for (int l = 0; l < 3; ++l)
         for (int threads : {1, 2}) {
+            if ((options.level != 0 && levels[l] != options.level) ||
+                (options.threads != 0 && threads != options.threads))
+                continue;
             omp_set_num_threads(threads);
             Part part = withShader(mesh, displaceShaders[l]);
             const double before = statusBytes("VmRSS:");
@@ -117,17 +151,23 @@ void run(const std::string& name, const Part& mesh, uint32_t smoothShader, const
             displace(part);
             const double displaced = seconds(t0), displacedCpu = cpuSeconds() - c0;
             const size_t output = part.triangles.size();
+            const double displacedPeak = statusBytes("VmHWM:") - before;
+            const uint64_t displacedHash = options.digests ? digest(part) : 0;
             const auto t1 = std::chrono::steady_clock::now();
             smooth(part);   // as part preparation does after displacement
             const double smoothed = seconds(t1);
             const double peak = statusBytes("VmHWM:") - before;
             std::printf("  displace level %d  %d thread%s %8.2f M triangles out/s %7.3f M in/s  %6.2f M out per "
                         "processor second (%zu out), then smooth %6.2f M in/s; %5.1f bytes per output triangle "
-                        "stored, %5.1f at peak\n",
+                        "stored, %5.1f at the peak of displacement, %5.1f with the smoothing after\n",
                         levels[l], threads, threads == 1 ? " " : "s", double(output) / displaced / 1e6,
                         double(input) / displaced / 1e6, double(output) / displacedCpu / 1e6, output,
                         double(output) / smoothed / 1e6,
-                        double(partBytes(part)) / double(output), peak / double(output));
+                        double(partBytes(part)) / double(output), displacedPeak / double(output),
+                        peak / double(output));
+            if (options.digests)
+                std::printf("    digest %016llx, smoothed %016llx\n", (unsigned long long)displacedHash,
+                            (unsigned long long)digest(part));
         }
 }
 
@@ -135,10 +175,15 @@ void run(const std::string& name, const Part& mesh, uint32_t smoothShader, const
 
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    bool procedural = false, smoothOnly = false;
+    bool procedural = false;
+    Options options;
     for (int i = 1; i < argc; ++i) {
         procedural = procedural || std::strcmp(argv[i], "--procedural") == 0;
-        smoothOnly = smoothOnly || std::strcmp(argv[i], "--smooth-only") == 0;
+        options.smoothOnly = options.smoothOnly || std::strcmp(argv[i], "--smooth-only") == 0;
+        options.digests = options.digests || std::strcmp(argv[i], "--digest") == 0;
+        if (i + 1 < argc && std::strcmp(argv[i], "--level") == 0) options.level = std::atoi(argv[i + 1]);
+        if (i + 1 < argc && std::strcmp(argv[i], "--threads") == 0) options.threads = std::atoi(argv[i + 1]);
+        if (i + 1 < argc && std::strcmp(argv[i], "--repeat") == 0) options.repeat = std::max(1, std::atoi(argv[i + 1]));
     }
     registry.shaders.push_back(Shader{});
     Shader smoothing;
@@ -162,10 +207,10 @@ int main(int argc, char** argv) {
         reader.part = &part;
         readObj(reader, path);
         compileReader(reader, path);
-        run("terrain.obj", part, 1, displacing, smoothOnly);
+        run("terrain.obj", part, 1, displacing, options);
     } else {
         if (!procedural) std::printf("load_time: %s is absent, the procedural mesh stands in\n", path.c_str());
-        run("procedural grid", wavyGrid(710), 1, displacing, smoothOnly);
+        run("procedural grid", wavyGrid(710), 1, displacing, options);
     }
     return 0;
 }

@@ -5,6 +5,7 @@
 // made, starting from smooth normals. The result is stored as plain
 // triangles of the part, so every instance of the object shares it.
 #include <omp.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cmath>
@@ -15,6 +16,7 @@
 #include "core/constants.h"
 #include "core/registry.h"
 #include "core/report.h"
+#include "geometry/lanes.h"
 #include "geometry/load_time.h"
 #include "shading/images.h"
 #include "shading/shader.h"
@@ -27,66 +29,36 @@ constexpr float kSnap = 22403.0f;
 // Above this a patch would number its points past 32 bits in large parts.
 constexpr int kMaxLevel = 4096;
 
-struct EdgePoint {
-    Vector p, n;
-};
-
-// A point on the cubic across an edge from a (x = 1) to b (x = 0).
-Vector edgePoint(float x, Vector Pa, Vector Na, Vector Pb, Vector Nb, Vector& u, float& h) {
-    const float y = 1.0f - x;
-    u = normalized(Na * x + Nb * y);
-    const Vector ab = Pa - Pb;
-    const float d1 = dot(ab, Na), d2 = dot(ab, Nb);
-    h = (-x * d1 + y * d2) * -x * y;
-    return Pa * x + Pb * y + u * h;
-}
-
-// The same point with its normal: the part of the blended normal at right
-// angles to the curve's direction.
-EdgePoint edge(float x, Vector Pa, Vector Na, Vector Pb, Vector Nb) {
-    Vector u;
-    float h;
-    const Vector p = edgePoint(x, Pa, Na, Pb, Nb, u, h);
-    const float y = 1.0f - x;
-    const Vector ab = Pa - Pb;
-    const float d1 = dot(ab, Na), d2 = dot(ab, Nb);
-    const float slope = (1.0f + (3.0f * y - 4.0f) * y) * d1 + (3.0f * y - 2.0f) * y * d2;
-    const Vector G = normalized(u * slope + (Nb - Na) * h + (Pb - Pa));
-    return {p, cross(G, cross(u, G))};
-}
-
 float blend(float x) { return x * x * (3.0f - 2.0f * x); }
 
 float snapped(float x) { return std::trunc(kSnap * x) / kSnap; }
 
-// The two edge curves out of a corner at weight b, towards the corner after
-// it (X) and the one before it (Y).
-struct CornerCurves {
-    float b;
-    EdgePoint X, Y;
+// Everything about a patch of level n that depends on n alone: for each
+// point its snapped weights, the blend weights and where each corner's
+// construction crosses between its two curves, and the triangles. The curves
+// out of a corner depend on the triangle and on the corner's weight alone,
+// and the weights of a corner take few values, so each distinct one gets its
+// curves once per triangle: each curve is an edge job, a weight with the
+// corner it leaves and the corner it goes to. Points and jobs are kept in
+// runs of kLanes, the last run filled up with copies of the last entry.
+struct PatchTable {
+    int level = 0;
+    size_t count = 0;                                    // points
+    std::vector<float> b[3], f[3], sum, q[3];            // per point
+    std::vector<uint32_t> curve[3];                      // the curves of corner c at b[c]
+    size_t curves = 0;                                   // pairs of curves, one per corner and weight
+    size_t jobs = 0;
+    std::vector<float> jobWeight;
+    std::vector<uint32_t> jobCurve;                      // the pair it makes
+    std::vector<uint8_t> jobFrom, jobTo, jobSecond;      // corners; whether it is the pair's second curve
+    std::vector<uint32_t> triangles;                     // n² index triples
 };
 
-// Curves by corner, reused across the points of a patch: the weight of
-// corner 0 is fixed along a row, and those of corners 1 and 2 take about
-// n + 1 values. An entry serves a point only when its weight is the same
-// float, so the points are those of the plain construction.
-struct PatchCurves {
-    std::vector<CornerCurves> corner[3];
-};
+size_t paddedLength(size_t n) { return (n + kLanes - 1) / kLanes * kLanes; }
 
-const CornerCurves& cornerCurves(std::vector<CornerCurves>& cache, size_t key, float b, Vector P, Vector N,
-                                 Vector P1, Vector N1, Vector P2, Vector N2) {
-    CornerCurves& entry = cache[key];
-    if (!(entry.b == b)) entry = {b, edge(b, P, N, P1, N1), edge(b, P, N, P2, N2)};
-    return entry;
-}
-
-// The construction from one corner: the curve between the points of its
-// two edge curves, at q.
-Vector cornerConstruction(const CornerCurves& curves, float q) {
-    Vector u;
-    float h;
-    return edgePoint(q, curves.X.p, curves.X.n, curves.Y.p, curves.Y.n, u, h);
+template <typename T>
+void padWithLast(std::vector<T>& v) {
+    if (!v.empty()) v.resize(paddedLength(v.size()), v.back());
 }
 
 // The n² triangles of a level-n patch over the points in row order.
@@ -99,45 +71,156 @@ void patchTriangles(int n, std::vector<uint32_t>& triangles) {
         for (int k = 0; k < i; ++k) triangles.insert(triangles.end(), {row(i) + k, row(i + 1) + k + 1, row(i) + k + 1});
 }
 
-void patchPoints(const Vector P[3], const Vector N[3], int n, std::vector<PatchPoint>& points, PatchCurves& curves) {
-    points.clear();
-    const float unset = std::nanf("");
-    for (auto& cache : curves.corner) cache.assign(size_t(n) + 1, CornerCurves{unset, {}, {}});
+PatchTable makePatchTable(int n) {
+    PatchTable table;
+    table.level = n;
+    if (n == 0) return table;
     for (int i = 0; i <= n; ++i) {
         const float r = float(n - i) / float(n);
         const float b0 = snapped(r), e = 1.0f - r;
-        const CornerCurves& c0 = cornerCurves(curves.corner[0], size_t(i), b0, P[0], N[0], P[1], N[1], P[2], N[2]);
         for (int j = 0; j <= i; ++j) {
             const float t = i == 0 ? 0.0f : (j == 0 ? 1.0f : float(i - j) / float(i));
             const float b1 = snapped(e * t), b2 = snapped(e * (1.0f - t));
-            const CornerCurves& c1 = cornerCurves(curves.corner[1], size_t(i - j), b1, P[1], N[1], P[2], N[2], P[0], N[0]);
-            const CornerCurves& c2 = cornerCurves(curves.corner[2], size_t(j), b2, P[2], N[2], P[0], N[0], P[1], N[1]);
-            const float f0 = blend(b0), f1 = blend(b1), f2 = blend(b2);
-            const Vector E0 = cornerConstruction(c0, b1 == 0.0f ? 0.0f : b1 / (b1 + b2));
-            const Vector E1 = cornerConstruction(c1, b2 == 0.0f ? 0.0f : b2 / (b0 + b2));
-            const Vector E2 = cornerConstruction(c2, b0 == 0.0f ? 0.0f : b0 / (b0 + b1));
-            points.push_back({{b0, b1, b2}, (E0 * f0 + E1 * f1 + E2 * f2) / (f0 + f1 + f2)});
+            const float b[3] = {b0, b1, b2}, f[3] = {blend(b0), blend(b1), blend(b2)};
+            for (int c = 0; c < 3; ++c) table.b[c].push_back(b[c]), table.f[c].push_back(f[c]);
+            table.sum.push_back(f[0] + f[1] + f[2]);
+            table.q[0].push_back(b1 == 0.0f ? 0.0f : b1 / (b1 + b2));
+            table.q[1].push_back(b2 == 0.0f ? 0.0f : b2 / (b0 + b2));
+            table.q[2].push_back(b0 == 0.0f ? 0.0f : b0 / (b0 + b1));
+        }
+    }
+    table.count = table.sum.size();
+    // Snapped weights are never negative, so equal weights have equal bits.
+    for (int c = 0; c < 3; ++c) {
+        std::vector<float> weights = table.b[c];
+        std::sort(weights.begin(), weights.end());
+        weights.erase(std::unique(weights.begin(), weights.end()), weights.end());
+        const uint32_t first = uint32_t(table.curves);
+        for (float b : table.b[c])
+            table.curve[c].push_back(first +
+                                     uint32_t(std::lower_bound(weights.begin(), weights.end(), b) - weights.begin()));
+        for (size_t k = 0; k < weights.size(); ++k)
+            for (int second = 0; second < 2; ++second) {
+                table.jobWeight.push_back(weights[k]);
+                table.jobCurve.push_back(first + uint32_t(k));
+                table.jobFrom.push_back(uint8_t(c));
+                table.jobTo.push_back(uint8_t((c + (second ? 2 : 1)) % 3));
+                table.jobSecond.push_back(uint8_t(second));
+            }
+        table.curves += weights.size();
+        padWithLast(table.b[c]), padWithLast(table.f[c]), padWithLast(table.q[c]), padWithLast(table.curve[c]);
+    }
+    table.jobs = table.jobWeight.size();
+    padWithLast(table.jobWeight), padWithLast(table.jobCurve), padWithLast(table.jobFrom), padWithLast(table.jobTo);
+    padWithLast(table.jobSecond);
+    padWithLast(table.sum);
+    patchTriangles(n, table.triangles);
+    return table;
+}
+
+// A point on the cubic across an edge from a (x = 1) to b (x = 0), on each
+// lane: the unit blend of the normals u, the height h over the chord, and the
+// point.
+[[gnu::always_inline]] inline LaneVector edgePoint(Lanes x, const LaneVector& Pa, const LaneVector& Na,
+                                                   const LaneVector& Pb, const LaneVector& Nb, LaneVector& u,
+                                                   Lanes& h) {
+    const Lanes y = 1.0f - x;
+    u = normalized(Na * x + Nb * y);
+    const LaneVector ab = Pa - Pb;
+    const Lanes d1 = dot(ab, Na), d2 = dot(ab, Nb);
+    h = (-x * d1 + y * d2) * -x * y;
+    return Pa * x + Pb * y + u * h;
+}
+
+// The same point with its normal: the part of the blended normal at right
+// angles to the curve's direction.
+[[gnu::always_inline]] inline void edge(Lanes x, const LaneVector& Pa, const LaneVector& Na, const LaneVector& Pb,
+                                        const LaneVector& Nb, LaneVector& p, LaneVector& n) {
+    LaneVector u;
+    Lanes h;
+    p = edgePoint(x, Pa, Na, Pb, Nb, u, h);
+    const Lanes y = 1.0f - x;
+    const LaneVector ab = Pa - Pb;
+    const Lanes d1 = dot(ab, Na), d2 = dot(ab, Nb);
+    const Lanes slope = (1.0f + (3.0f * y - 4.0f) * y) * d1 + (3.0f * y - 2.0f) * y * d2;
+    const LaneVector G = normalized(u * slope + (Nb - Na) * h + (Pb - Pa));
+    n = cross(G, cross(u, G));
+}
+
+// The two edge curves out of a corner at one of its weights, towards the
+// corner after it (X) and the one before it (Y): points and normals.
+struct CornerCurves {
+    Vector Xp, Xn, Yp, Yn;
+};
+
+// The curves of each corner of one triangle with unit corner normals, at
+// each of the corner's weights, kLanes edge jobs at a time.
+void cornerCurves(const PatchTable& table, const Vector P[3], const Vector N[3], std::vector<CornerCurves>& curves) {
+    curves.resize(table.curves);
+    for (size_t k = 0; k < table.jobs; k += kLanes) {
+        // The corners of each lane's job: Pa, Na, Pb, Nb.
+        LaneVector ends[4];
+        gather(
+            [&](int i, Vector (&values)[4]) {
+                const int from = table.jobFrom[k + size_t(i)], to = table.jobTo[k + size_t(i)];
+                values[0] = P[from], values[1] = N[from], values[2] = P[to], values[3] = N[to];
+            },
+            ends);
+        LaneVector p, n;
+        edge(load(&table.jobWeight[k]), ends[0], ends[1], ends[2], ends[3], p, n);
+        for (int i = 0; i < kLanes; ++i) {
+            CornerCurves& pair = curves[table.jobCurve[k + size_t(i)]];
+            if (table.jobSecond[k + size_t(i)]) pair.Yp = lane(p, i), pair.Yn = lane(n, i);
+            else pair.Xp = lane(p, i), pair.Xn = lane(n, i);
         }
     }
 }
 
-// One thread's share of a pass: the triangles it keeps (indices of the
-// part), and the vertices and triangles it makes (indices of its own).
-struct alignas(64) DisplaceOutput {
-    std::vector<Triangle> kept;
-    std::vector<Triangle> made;
-    std::vector<Vector> positions;
-    std::vector<PackedDirection> normals;
-    std::vector<PackedDirection> tangents;
-    std::vector<std::vector<float>> scalars;
-    std::vector<std::vector<UV>> uvs;
-    std::vector<std::vector<Vector>> vectors;
-    // Scratch: the points of one patch and the triangles of the last level.
-    std::vector<PatchPoint> points;
-    PatchCurves curves;
-    std::vector<uint32_t> patch;
-    int patchLevel = -1;
+// Points k to k + kLanes - 1 of the patch: each corner's construction
+// between its two curves, blended.
+[[gnu::always_inline]] inline LaneVector patchPoints(const PatchTable& table, const std::vector<CornerCurves>& curves,
+                                                     size_t k) {
+    LaneVector E[3];
+    for (int c = 0; c < 3; ++c) {
+        // The curves of each lane's weight: Xp, Xn, Yp, Yn.
+        LaneVector curve[4];
+        gather(
+            [&](int i, Vector (&values)[4]) {
+                const CornerCurves& pair = curves[table.curve[c][k + size_t(i)]];
+                values[0] = pair.Xp, values[1] = pair.Xn, values[2] = pair.Yp, values[3] = pair.Yn;
+            },
+            curve);
+        LaneVector u;
+        Lanes h;
+        E[c] = edgePoint(load(&table.q[c][k]), curve[0], curve[1], curve[2], curve[3], u, h);
+    }
+    return (E[0] * load(&table.f[0][k]) + E[1] * load(&table.f[1][k]) + E[2] * load(&table.f[2][k])) /
+           load(&table.sum[k]);
+}
+
+// packDirection of object.h on every lane.
+struct LaneDirections {
+    LaneInts x, y, z;
 };
+
+[[gnu::always_inline]] inline LaneDirections packDirections(const LaneVector& v) {
+    const Lanes s = dot(v, v);
+    const Lanes length = s > 1e-10f ? squareRoot(s) : broadcast(1e-5f);
+    const Lanes scale = s == 0.0f ? broadcast(1.0f) : 1.0f / length;
+    auto component = [&scale](Lanes c) {
+        const LaneInts top = LaneInts{} + 127, bottom = LaneInts{} - 127;
+        const LaneInts v = __builtin_convertvector(c * 128.0f * scale, LaneInts);
+        const LaneInts below = v > top ? top : v;
+        return below < bottom ? bottom : below;
+    };
+    return {component(v.x), component(v.y), component(v.z)};
+}
+
+// unpackDirection of object.h on every lane.
+[[gnu::always_inline]] inline LaneVector unpackDirections(const LaneDirections& d) {
+    return normalized(LaneVector{__builtin_convertvector(d.x, Lanes), __builtin_convertvector(d.y, Lanes),
+                                 __builtin_convertvector(d.z, Lanes)});
+}
 
 // The displacement elements of each shader; shaders past the list have none.
 const std::vector<SurfaceElement>* elementsOf(uint32_t shader) {
@@ -145,187 +228,291 @@ const std::vector<SurfaceElement>* elementsOf(uint32_t shader) {
     return shader < registry.shaders.size() ? &registry.shaders[shader].geometry.vector : &none;
 }
 
-bool hasDirection(const Part& part, uint32_t v) {
-    const PackedDirection zeroDirection{0, 0, 0};
-    return v < part.positions.size() && v < part.normals.size() && v < part.tangents.size() &&
-           !(part.normals[v] == zeroDirection) && !(part.tangents[v] == zeroDirection);
-}
-
 int levelOf(const SurfaceElement& element) { return std::clamp(element.level, 0, kMaxLevel); }
 
-template <typename T>
-void interpolateChannels(const std::vector<VertexChannel<T>>& channels, std::vector<std::vector<T>>& out,
-                         const uint32_t v[3], const float b[3]) {
-    for (size_t c = 0; c < channels.size(); ++c) {
-        const auto& e = channels[c].elements;
-        if (v[0] >= e.size() || v[1] >= e.size() || v[2] >= e.size()) continue;
-        if constexpr (std::is_same_v<T, UV>)
-            out[c].push_back({e[v[0]].u * b[0] + e[v[1]].u * b[1] + e[v[2]].u * b[2],
-                              e[v[0]].v * b[0] + e[v[1]].v * b[1] + e[v[2]].v * b[2]});
-        else
-            out[c].push_back(e[v[0]] * b[0] + e[v[1]] * b[1] + e[v[2]] * b[2]);
+size_t pointCount(int n) { return n == 0 ? 0 : size_t(n + 1) * size_t(n + 2) / 2; }
+
+// What a pass reads of the part, with the lengths its arrays had before the
+// pass grew them. The channels of all three kinds share one numbering:
+// scalar channels, then uv channels, then vector channels.
+struct PassInput {
+    size_t d;
+    size_t positions, normals, tangents;
+    std::vector<size_t> channels;
+};
+
+PassInput passInput(const Part& part, size_t d) {
+    PassInput in{d, part.positions.size(), part.normals.size(), part.tangents.size(), {}};
+    for (const auto& c : part.scalarChannels) in.channels.push_back(c.elements.size());
+    for (const auto& c : part.uvChannels) in.channels.push_back(c.elements.size());
+    for (const auto& c : part.vectorChannels) in.channels.push_back(c.elements.size());
+    return in;
+}
+
+bool hasDirection(const PassInput& in, const Part& part, uint32_t v) {
+    const PackedDirection zeroDirection{0, 0, 0};
+    return v < in.positions && v < in.normals && v < in.tangents && !(part.normals[v] == zeroDirection) &&
+           !(part.tangents[v] == zeroDirection);
+}
+
+// The element that the pass applies to a triangle, or null where the
+// triangle is kept as it is.
+const SurfaceElement* passElement(const PassInput& in, const Part& part, const Triangle& t) {
+    const std::vector<SurfaceElement>& elements = *elementsOf(t.shader);
+    if (in.d >= elements.size() || !hasDirection(in, part, t.a) || !hasDirection(in, part, t.b) ||
+        !hasDirection(in, part, t.c))
+        return nullptr;
+    return &elements[in.d];
+}
+
+// Whether the corners of a triangle lie within channel c.
+bool within(const PassInput& in, size_t c, const uint32_t v[3]) {
+    return v[0] < in.channels[c] && v[1] < in.channels[c] && v[2] < in.channels[c];
+}
+
+// One thread's share of a pass: a run of the part's triangles, what it keeps
+// and makes from them, and where that goes in the part's arrays, which are
+// sized for all threads before any of them writes. Kept triangles go first
+// in thread order, then made ones; new vertices follow the part's own.
+struct alignas(64) DisplaceShare {
+    size_t begin = 0, end = 0;
+    size_t kept = 0, made = 0, points = 0;
+    std::vector<size_t> channelPoints;   // values added to each channel
+    std::vector<int> levels;             // the patch levels it uses
+    size_t keptAt = 0, madeAt = 0, pointsAt = 0, normalsAt = 0, tangentsAt = 0;
+    std::vector<size_t> channelAt;
+    // Scratch for one patch.
+    std::vector<CornerCurves> curves;
+};
+
+void countShare(const Part& part, const PassInput& in, DisplaceShare& share) {
+    share.channelPoints.assign(in.channels.size(), 0);
+    int lastLevel = -1;
+    for (size_t i = share.begin; i < share.end; ++i) {
+        const Triangle& t = part.triangles[i];
+        const SurfaceElement* element = passElement(in, part, t);
+        if (!element) {
+            ++share.kept;
+            continue;
+        }
+        const int n = levelOf(*element);
+        if (n == 0) continue;   // a patch of no triangles: the face is gone
+        if (n != lastLevel && std::find(share.levels.begin(), share.levels.end(), n) == share.levels.end())
+            share.levels.push_back(n);
+        lastLevel = n;
+        const size_t points = pointCount(n);
+        share.points += points;
+        share.made += size_t(n) * size_t(n);
+        const uint32_t v[3] = {t.a, t.b, t.c};
+        for (size_t c = 0; c < in.channels.size(); ++c)
+            if (within(in, c, v)) share.channelPoints[c] += points;
     }
 }
 
-// The move of one new vertex by element d: the sampled vector in the
-// vertex's own frame, or scaled per channel by the element's direction.
-Vector displacementOffset(const SurfaceElement& element, const float uv[2], PackedDirection normal,
-                          PackedDirection tangent) {
-    const Vector s = elementVector(element, uv);
-    if (!(element.direction == Vector{0.0f, 0.0f, 0.0f})) return element.direction * s;
-    const Vector N = unpackDirection(normal), T = unpackDirection(tangent);
-    const Vector B = cross(N, T);
-    return T * s.x - B * s.y + N * s.z;
+// Writes the interpolated values of the channels of one kind for the points
+// of a patch, where the triangle's corners lie within the channel.
+template <typename T>
+void writeChannels(std::vector<VertexChannel<T>>& channels, size_t first, const PassInput& in, DisplaceShare& share,
+                   const uint32_t v[3], const PatchTable& table) {
+    for (size_t c = 0; c < channels.size(); ++c) {
+        if (!within(in, first + c, v)) continue;
+        std::vector<T>& e = channels[c].elements;
+        size_t& at = share.channelAt[first + c];
+        for (size_t k = 0; k < table.count; ++k) {
+            const float b[3] = {table.b[0][k], table.b[1][k], table.b[2][k]};
+            if constexpr (std::is_same_v<T, UV>)
+                e[at++] = {e[v[0]].u * b[0] + e[v[1]].u * b[1] + e[v[2]].u * b[2],
+                           e[v[0]].v * b[0] + e[v[1]].v * b[1] + e[v[2]].v * b[2]};
+            else
+                e[at++] = e[v[0]] * b[0] + e[v[1]] * b[1] + e[v[2]] * b[2];
+        }
+    }
 }
 
-// Pass d on one triangle: kept as it is, or replaced by its moved patch.
-void displaceTriangle(const Part& part, const Triangle& t, size_t d, DisplaceOutput& out) {
-    const std::vector<SurfaceElement>& elements = *elementsOf(t.shader);
-    const uint32_t v[3] = {t.a, t.b, t.c};
-    if (d >= elements.size() || !hasDirection(part, v[0]) || !hasDirection(part, v[1]) || !hasDirection(part, v[2])) {
-        out.kept.push_back(t);
+// Pass d on one triangle: kept as it is, or replaced by its moved patch,
+// written where the share's counters point.
+void displaceTriangle(Part& part, const PassInput& in, const Triangle& t, const std::vector<const PatchTable*>& tables,
+                      std::vector<Triangle>& triangles, DisplaceShare& share) {
+    const SurfaceElement* element = passElement(in, part, t);
+    if (!element) {
+        triangles[share.keptAt++] = t;
         return;
     }
-    const SurfaceElement& element = elements[d];
-    const int n = levelOf(element);
-    if (n == 0) return;   // a patch of no triangles: the face is gone
-    if (n != out.patchLevel) {
-        patchTriangles(n, out.patch);
-        out.patchLevel = n;
-    }
+    const int n = levelOf(*element);
+    if (n == 0) return;
+    const PatchTable& table = *tables[size_t(n)];
+    const uint32_t v[3] = {t.a, t.b, t.c};
     const Vector P[3] = {part.positions[v[0]], part.positions[v[1]], part.positions[v[2]]};
     const Vector N[3] = {unpackDirection(part.normals[v[0]]), unpackDirection(part.normals[v[1]]),
                          unpackDirection(part.normals[v[2]])};
     const Vector T[3] = {unpackDirection(part.tangents[v[0]]), unpackDirection(part.tangents[v[1]]),
                          unpackDirection(part.tangents[v[2]])};
-    patchPoints(P, N, n, out.points, out.curves);
+    cornerCurves(table, P, N, share.curves);
 
-    const uint32_t first = uint32_t(out.positions.size());
-    const size_t uvCount = part.uvChannels.empty() ? 0 : part.uvChannels[0].elements.size();
-    const bool hasUv = v[0] < uvCount && v[1] < uvCount && v[2] < uvCount;
-    for (const PatchPoint& point : out.points) {
-        const float* b = point.b;
-        const Vector normal = N[0] * b[0] + N[1] * b[1] + N[2] * b[2];
-        const Vector tangent = T[0] * b[0] + T[1] * b[1] + T[2] * b[2];
-        const PackedDirection packedNormal = packDirection(normal.x, normal.y, normal.z);
-        const PackedDirection packedTangent = packDirection(tangent.x, tangent.y, tangent.z);
-        interpolateChannels(part.scalarChannels, out.scalars, v, b);
-        interpolateChannels(part.uvChannels, out.uvs, v, b);
-        interpolateChannels(part.vectorChannels, out.vectors, v, b);
-        // Every point of a patch of level 1 and more is a corner of one of
-        // its triangles, so each moves here, once, from its own values: the
-        // uv just interpolated, or (0, 0) where the face has none.
-        float uv[2] = {0.0f, 0.0f};
-        if (hasUv) uv[0] = out.uvs[0].back().u, uv[1] = out.uvs[0].back().v;
-        out.positions.push_back(point.p + displacementOffset(element, uv, packedNormal, packedTangent));
-        out.normals.push_back(packedNormal);
-        out.tangents.push_back(packedTangent);
-    }
-    for (size_t k = 0; k < out.patch.size(); k += 3)
-        out.made.push_back({first + out.patch[k], first + out.patch[k + 1], first + out.patch[k + 2], t.shader});
-}
-
-// Room for what one thread will make from its triangles, so that the loop
-// does not grow its arrays.
-void reserveOutput(const Part& part, size_t begin, size_t end, size_t d, DisplaceOutput& out) {
-    size_t kept = 0, points = 0, triangles = 0;
-    for (size_t i = begin; i < end; ++i) {
-        const std::vector<SurfaceElement>& elements = *elementsOf(part.triangles[i].shader);
-        if (d >= elements.size()) {
-            ++kept;
-            continue;
+    // Every point of a patch is a corner of one of its triangles, so each
+    // moves here, once, from its own values: the uv interpolated from uv
+    // channel 0, or (0, 0) where the face has none there.
+    const size_t uvChannel = part.scalarChannels.size();
+    const bool hasUv = !part.uvChannels.empty() && within(in, uvChannel, v);
+    const bool sampled = element->imageIndex >= 0;
+    const bool alongFrame = element->direction == Vector{0.0f, 0.0f, 0.0f};
+    const float noUv[2] = {0.0f, 0.0f};
+    const Vector constant = sampled ? Vector{0.0f, 0.0f, 0.0f} : elementVector(*element, noUv);
+    const LaneVector N0 = broadcast(N[0]), N1 = broadcast(N[1]), N2 = broadcast(N[2]);
+    const LaneVector T0 = broadcast(T[0]), T1 = broadcast(T[1]), T2 = broadcast(T[2]);
+    for (size_t k = 0; k < table.count; k += kLanes) {
+        const Lanes b0 = load(&table.b[0][k]), b1 = load(&table.b[1][k]), b2 = load(&table.b[2][k]);
+        const LaneVector point = patchPoints(table, share.curves, k);
+        const LaneDirections normal = packDirections(N0 * b0 + N1 * b1 + N2 * b2);
+        const LaneDirections tangent = packDirections(T0 * b0 + T1 * b1 + T2 * b2);
+        LaneVector s = broadcast(constant);
+        if (sampled)
+            for (int i = 0; i < kLanes; ++i) {
+                float uv[2] = {0.0f, 0.0f};
+                if (hasUv) {
+                    const std::vector<UV>& e = part.uvChannels[0].elements;
+                    uv[0] = e[v[0]].u * b0[i] + e[v[1]].u * b1[i] + e[v[2]].u * b2[i];
+                    uv[1] = e[v[0]].v * b0[i] + e[v[1]].v * b1[i] + e[v[2]].v * b2[i];
+                }
+                const Vector sample = elementVector(*element, uv);
+                s.x[i] = sample.x, s.y[i] = sample.y, s.z[i] = sample.z;
+            }
+        // The sampled vector in the vertex's own frame, or scaled per
+        // channel by the element's direction.
+        LaneVector offset;
+        if (alongFrame) {
+            const LaneVector Nv = unpackDirections(normal), Tv = unpackDirections(tangent);
+            const LaneVector B = cross(Nv, Tv);
+            offset = Tv * s.x - B * s.y + Nv * s.z;
+        } else {
+            const LaneVector direction = broadcast(element->direction);
+            offset = {direction.x * s.x, direction.y * s.y, direction.z * s.z};
         }
-        const size_t n = size_t(levelOf(elements[d]));
-        points += n == 0 ? 0 : (n + 1) * (n + 2) / 2;
-        triangles += n * n;
+        const LaneVector moved = point + offset;
+        const int valid = int(std::min<size_t>(kLanes, table.count - k));
+        for (int i = 0; i < valid; ++i) {
+            part.positions[share.pointsAt + k + size_t(i)] = lane(moved, i);
+            part.normals[share.normalsAt + k + size_t(i)] = {int8_t(normal.x[i]), int8_t(normal.y[i]),
+                                                             int8_t(normal.z[i])};
+            part.tangents[share.tangentsAt + k + size_t(i)] = {int8_t(tangent.x[i]), int8_t(tangent.y[i]),
+                                                               int8_t(tangent.z[i])};
+        }
     }
-    out.kept.reserve(kept);
-    out.made.reserve(triangles);
-    out.positions.reserve(points);
-    out.normals.reserve(points);
-    out.tangents.reserve(points);
-    auto reserveFilled = [points](const auto& channels, auto& lists) {
-        for (size_t c = 0; c < channels.size(); ++c)
-            if (!channels[c].elements.empty()) lists[c].reserve(points);
-    };
-    reserveFilled(part.scalarChannels, out.scalars);
-    reserveFilled(part.uvChannels, out.uvs);
-    reserveFilled(part.vectorChannels, out.vectors);
+    writeChannels(part.scalarChannels, 0, in, share, v, table);
+    writeChannels(part.uvChannels, uvChannel, in, share, v, table);
+    writeChannels(part.vectorChannels, uvChannel + part.uvChannels.size(), in, share, v, table);
+
+    const uint32_t first = uint32_t(share.pointsAt);
+    for (size_t k = 0; k < table.triangles.size(); k += 3)
+        triangles[share.madeAt++] = {first + table.triangles[k], first + table.triangles[k + 1],
+                                     first + table.triangles[k + 2], t.shader};
+    share.pointsAt += table.count;
+    share.normalsAt += table.count;
+    share.tangentsAt += table.count;
 }
 
-// Appends the threads' arrays to `target` in thread order, each thread
-// copying its own share.
-template <typename T, typename Select>
-void appendInThreadOrder(std::vector<T>& target, std::vector<DisplaceOutput>& outputs, int threads, Select select) {
-    std::vector<size_t> base(size_t(threads) + 1, target.size());
-    for (int t = 0; t < threads; ++t) base[size_t(t) + 1] = base[size_t(t)] + select(outputs[size_t(t)]).size();
-    target.resize(base[size_t(threads)]);
-#pragma omp parallel for schedule(static) num_threads(threads)
-    for (int t = 0; t < threads; ++t) {
-        std::vector<T>& source = select(outputs[size_t(t)]);
-        std::copy(source.begin(), source.end(), target.begin() + std::ptrdiff_t(base[size_t(t)]));
-        std::vector<T>().swap(source);
-    }
+// Grows an array to n elements. Fresh memory costs a page fault at the first
+// touch of every page, far more than the writes; asking the system to
+// supply all pages of the new part at once saves most of that.
+template <typename T>
+void grow(std::vector<T>& elements, size_t n) {
+    if (n <= elements.size()) return;
+    const size_t old = elements.size();
+    elements.reserve(n);
+#ifdef MADV_POPULATE_WRITE
+    const size_t page = 4096;
+    const uintptr_t begin = (reinterpret_cast<uintptr_t>(elements.data() + old) + page - 1) / page * page;
+    const uintptr_t end = reinterpret_cast<uintptr_t>(elements.data() + n) / page * page;
+    if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+#endif
+    elements.resize(n);
 }
 
-// Pass d over all triangles of the part, then the merge of the threads'
-// arrays into the part.
+// Pass d over all triangles of the part: each thread counts what its run of
+// triangles keeps and makes, the part's arrays grow once to hold it all, and
+// each thread writes its share in place.
 void displacePass(Part& part, size_t d) {
     const int threads = std::clamp(omp_get_max_threads(), 1, kMaxThreads);
-    std::vector<DisplaceOutput> outputs(kMaxThreads);
-    for (int t = 0; t < threads; ++t) {
-        outputs[size_t(t)].scalars.resize(part.scalarChannels.size());
-        outputs[size_t(t)].uvs.resize(part.uvChannels.size());
-        outputs[size_t(t)].vectors.resize(part.vectorChannels.size());
-    }
+    std::vector<DisplaceShare> shares(kMaxThreads);
+    const PassInput in = passInput(part, d);
     const size_t count = part.triangles.size();
+    std::vector<Triangle> triangles;
+    std::vector<PatchTable> tables;
+    std::vector<const PatchTable*> tableOfLevel(kMaxLevel + 1, nullptr);
+    std::vector<size_t> total;   // the new length of each array
 #pragma omp parallel num_threads(threads)
     {
         // The static schedule by hand: thread t takes a contiguous run of
         // triangles, so that kept and made triangles stay in order.
         const int t = omp_get_thread_num(), team = omp_get_num_threads();
-        const size_t begin = count * size_t(t) / size_t(team), end = count * size_t(t + 1) / size_t(team);
-        DisplaceOutput& out = outputs[size_t(t)];
-        reserveOutput(part, begin, end, d, out);
-        for (size_t i = begin; i < end; ++i) displaceTriangle(part, part.triangles[i], d, out);
+        DisplaceShare& share = shares[size_t(t)];
+        share.begin = count * size_t(t) / size_t(team), share.end = count * size_t(t + 1) / size_t(team);
+        countShare(part, in, share);
+#pragma omp barrier
+#pragma omp single
+        {
+            size_t kept = 0;
+            for (int s = 0; s < team; ++s) kept += shares[size_t(s)].kept;
+            size_t keptAt = 0, madeAt = kept, points = 0;
+            std::vector<size_t> channelPoints(in.channels.size(), 0);
+            std::vector<int> levels;
+            for (int s = 0; s < team; ++s) {
+                DisplaceShare& other = shares[size_t(s)];
+                other.keptAt = keptAt, other.madeAt = madeAt;
+                keptAt += other.kept, madeAt += other.made;
+                other.pointsAt = in.positions + points;
+                other.normalsAt = in.normals + points;
+                other.tangentsAt = in.tangents + points;
+                points += other.points;
+                other.channelAt.resize(in.channels.size());
+                for (size_t c = 0; c < in.channels.size(); ++c) {
+                    other.channelAt[c] = in.channels[c] + channelPoints[c];
+                    channelPoints[c] += other.channelPoints[c];
+                }
+                for (int level : other.levels)
+                    if (std::find(levels.begin(), levels.end(), level) == levels.end()) levels.push_back(level);
+            }
+            tables.reserve(levels.size());
+            for (int level : levels) {
+                tables.push_back(makePatchTable(level));
+                tableOfLevel[size_t(level)] = &tables.back();
+            }
+            total = {madeAt, in.positions + points, in.normals + points, in.tangents + points};
+            for (size_t c = 0; c < in.channels.size(); ++c) total.push_back(in.channels[c] + channelPoints[c]);
+        }
+        // The arrays grow on all threads at once: the first touch of new
+        // memory, which the growth makes, costs more than the writes after.
+        const size_t scalars = part.scalarChannels.size(), uvs = part.uvChannels.size();
+#pragma omp for schedule(dynamic)
+        for (size_t a = 0; a < total.size(); ++a) {
+            if (a == 0) grow(triangles, total[a]);
+            else if (a == 1) grow(part.positions, total[a]);
+            else if (a == 2) grow(part.normals, total[a]);
+            else if (a == 3) grow(part.tangents, total[a]);
+            else if (a - 4 < scalars) grow(part.scalarChannels[a - 4].elements, total[a]);
+            else if (a - 4 < scalars + uvs) grow(part.uvChannels[a - 4 - scalars].elements, total[a]);
+            else grow(part.vectorChannels[a - 4 - scalars - uvs].elements, total[a]);
+        }
+        for (size_t i = share.begin; i < share.end; ++i)
+            displaceTriangle(part, in, part.triangles[i], tableOfLevel, triangles, share);
     }
-
-    // Vertex indices of the made triangles: after the part's vertices and
-    // those of the threads before.
-    uint32_t base = uint32_t(part.positions.size());
-    for (int t = 0; t < threads; ++t) {
-        DisplaceOutput& out = outputs[size_t(t)];
-        for (Triangle& tri : out.made) tri = {tri.a + base, tri.b + base, tri.c + base, tri.shader};
-        base += uint32_t(out.positions.size());
-    }
-    part.triangles.clear();
-    appendInThreadOrder(part.triangles, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.kept; });
-    appendInThreadOrder(part.triangles, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.made; });
-    appendInThreadOrder(part.positions, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.positions; });
-    for (size_t c = 0; c < part.scalarChannels.size(); ++c)
-        appendInThreadOrder(part.scalarChannels[c].elements, outputs, threads,
-                            [c](DisplaceOutput& o) -> auto& { return o.scalars[c]; });
-    for (size_t c = 0; c < part.uvChannels.size(); ++c)
-        appendInThreadOrder(part.uvChannels[c].elements, outputs, threads,
-                            [c](DisplaceOutput& o) -> auto& { return o.uvs[c]; });
-    for (size_t c = 0; c < part.vectorChannels.size(); ++c)
-        appendInThreadOrder(part.vectorChannels[c].elements, outputs, threads,
-                            [c](DisplaceOutput& o) -> auto& { return o.vectors[c]; });
-    appendInThreadOrder(part.normals, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.normals; });
-    appendInThreadOrder(part.tangents, outputs, threads, [](DisplaceOutput& o) -> auto& { return o.tangents; });
+    part.triangles.swap(triangles);
 }
 
 }  // namespace
 
 void subdividePatch(const Vector P[3], const Vector N[3], int level, std::vector<PatchPoint>& points,
                     std::vector<uint32_t>& triangles) {
-    const int n = std::clamp(level, 0, kMaxLevel);
+    const PatchTable table = makePatchTable(std::clamp(level, 0, kMaxLevel));
+    std::vector<CornerCurves> curves;
+    cornerCurves(table, P, N, curves);
     points.clear();
-    triangles.clear();
-    if (n == 0) return;
-    PatchCurves curves;
-    patchPoints(P, N, n, points, curves);
-    patchTriangles(n, triangles);
+    for (size_t k = 0; k < table.count; k += kLanes) {
+        const LaneVector point = patchPoints(table, curves, k);
+        for (size_t i = 0; i < kLanes && k + i < table.count; ++i)
+            points.push_back({{table.b[0][k + i], table.b[1][k + i], table.b[2][k + i]}, lane(point, int(i))});
+    }
+    triangles = table.triangles;
 }
 
 void displace(Part& part) {

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "geometry/object.h"
@@ -109,6 +111,42 @@ inline std::vector<CornerValue> cornerValues(const Part& part) {
     for (const Tetragon& q : part.tetragons)
         for (uint32_t v : {q.a, q.b, q.c, q.d}) add(v);
     return corners;
+}
+
+// Whether two arrays hold the same bytes: the same floats to the bit.
+template <typename T>
+bool sameBytes(const std::vector<T>& a, const std::vector<T>& b) {
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
+}
+
+// Whether two parts hold the same faces, vertices and channel values.
+inline bool sameArrays(const Part& a, const Part& b) {
+    bool same = sameBytes(a.positions, b.positions) && sameBytes(a.normals, b.normals) &&
+                sameBytes(a.tangents, b.tangents) && sameBytes(a.triangles, b.triangles) &&
+                sameBytes(a.tetragons, b.tetragons) && a.uvChannels.size() == b.uvChannels.size() &&
+                a.scalarChannels.size() == b.scalarChannels.size() &&
+                a.vectorChannels.size() == b.vectorChannels.size();
+    for (size_t c = 0; same && c < a.uvChannels.size(); ++c)
+        same = sameBytes(a.uvChannels[c].elements, b.uvChannels[c].elements);
+    for (size_t c = 0; same && c < a.scalarChannels.size(); ++c)
+        same = sameBytes(a.scalarChannels[c].elements, b.scalarChannels[c].elements);
+    for (size_t c = 0; same && c < a.vectorChannels.size(); ++c)
+        same = sameBytes(a.vectorChannels[c].elements, b.vectorChannels[c].elements);
+    return same;
+}
+
+// What `make` returns on each team size of `teams`; the runtime's team size
+// is restored afterwards.
+template <typename Make>
+std::vector<Part> onTeams(std::initializer_list<int> teams, Make make) {
+    const int threads = omp_get_max_threads();
+    std::vector<Part> parts;
+    for (int team : teams) {
+        omp_set_num_threads(team);
+        parts.push_back(make());
+    }
+    omp_set_num_threads(threads);
+    return parts;
 }
 
 }  // namespace meshes

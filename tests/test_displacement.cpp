@@ -98,6 +98,54 @@ TEST(Patch, FlatFaceGivesSquaredCountsFacingItsWay) {
     EXPECT_TRUE(points.empty() && triangles.empty());
 }
 
+// The patch of a curved face point by point, one float operation after the
+// other, as the construction defines it: the patch code works on several
+// points at once and must give the same floats.
+TEST(Patch, CurvedFaceGivesTheFloatsOfTheConstructionPointByPoint) {
+    const Vector P[3] = {{0, 0, 0}, {1.5f, 0.2f, 0.1f}, {0.3f, 1.1f, -0.2f}};
+    const Vector N[3] = {normalized({0.1f, -0.2f, 1}), normalized({0.4f, 0.1f, 1}), normalized({-0.3f, 0.5f, 1})};
+    struct Edge {
+        Vector p, n;
+    };
+    auto edge = [](float x, Vector Pa, Vector Na, Vector Pb, Vector Nb) {
+        const float y = 1.0f - x;
+        const Vector u = normalized(Na * x + Nb * y);
+        const float d1 = dot(Pa - Pb, Na), d2 = dot(Pa - Pb, Nb);
+        const float h = (-x * d1 + y * d2) * -x * y;
+        const float slope = (1.0f + (3.0f * y - 4.0f) * y) * d1 + (3.0f * y - 2.0f) * y * d2;
+        const Vector G = normalized(u * slope + (Nb - Na) * h + (Pb - Pa));
+        return Edge{Pa * x + Pb * y + u * h, cross(G, cross(u, G))};
+    };
+    auto construction = [&](int c, float b, float q) {
+        const int next = (c + 1) % 3, previous = (c + 2) % 3;
+        const Edge X = edge(b, P[c], N[c], P[next], N[next]), Y = edge(b, P[c], N[c], P[previous], N[previous]);
+        return edge(q, X.p, X.n, Y.p, Y.n).p;
+    };
+    auto snapped = [](float x) { return std::trunc(22403.0f * x) / 22403.0f; };
+    auto blend = [](float x) { return x * x * (3.0f - 2.0f * x); };
+
+    for (int n : {1, 3, 5}) {
+        std::vector<PatchPoint> points;
+        std::vector<uint32_t> triangles;
+        subdividePatch(P, N, n, points, triangles);
+        ASSERT_EQ(points.size(), size_t(n + 1) * size_t(n + 2) / 2);
+        size_t k = 0;
+        for (int i = 0; i <= n; ++i)
+            for (int j = 0; j <= i; ++j, ++k) {
+                const float r = float(n - i) / float(n), e = 1.0f - r;
+                const float t = i == 0 ? 0.0f : (j == 0 ? 1.0f : float(i - j) / float(i));
+                const float b0 = snapped(r), b1 = snapped(e * t), b2 = snapped(e * (1.0f - t));
+                const float f0 = blend(b0), f1 = blend(b1), f2 = blend(b2);
+                const Vector E0 = construction(0, b0, b1 == 0.0f ? 0.0f : b1 / (b1 + b2));
+                const Vector E1 = construction(1, b1, b2 == 0.0f ? 0.0f : b2 / (b0 + b2));
+                const Vector E2 = construction(2, b2, b0 == 0.0f ? 0.0f : b0 / (b0 + b1));
+                const Vector expected = (E0 * f0 + E1 * f1 + E2 * f2) / (f0 + f1 + f2);
+                EXPECT_TRUE(points[k].b[0] == b0 && points[k].b[1] == b1 && points[k].b[2] == b2) << n << " " << k;
+                EXPECT_TRUE(points[k].p == expected) << n << " " << k;
+            }
+    }
+}
+
 TEST_F(Displacement, FlatQuadMovesByExactlyTheVector) {
     // In the vertex's frame (tangent x, bitangent y, normal z) ...
     Part framed = grid(1, 1.0f, shaderWith(30, {{1, zero, {0.125f, 0.25f, 0.5f}}}));
@@ -181,6 +229,28 @@ TEST_F(Displacement, PassesComposeInOrderAndShortListsPassThrough) {
     EXPECT_EQ(fromTwo, 2u * 4u * 9u);
     EXPECT_EQ(fromOne, 4u);
     EXPECT_EQ(fromNone, 1u);
+}
+
+// Each thread writes what its run of faces makes straight into the part's
+// arrays, where the runs before it end; channels that some corners lie
+// beyond get values for the patches within them only. The arrays are the
+// same on any team.
+TEST_F(Displacement, ResultDoesNotDependOnTheTeamSize) {
+    const uint32_t twoPasses = shaderWith(40, {{3, zero, {0.01f, -0.02f, 0.05f}}, {2, zero, {0, 0, 0.03f}}});
+    const uint32_t directed = shaderWith(40, {{4, {1, 0.5f, 0.25f}, {0.1f, 0.2f, 0.3f}}});
+    const std::vector<Part> parts = onTeams({1, 2, 3}, [&] {
+        Part part = grid(9, 1.0f, twoPasses);
+        for (size_t q = 0; q < part.tetragons.size(); q += 3) part.tetragons[q].shader = directed;
+        for (size_t v = 0; v < part.positions.size() / 2; ++v) part.scalarChannels[0].elements.push_back(float(v));
+        displace(part);
+        return part;
+    });
+    EXPECT_TRUE(sameArrays(parts[1], parts[0]));
+    EXPECT_TRUE(sameArrays(parts[2], parts[0]));
+    const Part& one = parts[0];
+    EXPECT_EQ(one.uvChannels[0].elements.size(), one.positions.size());
+    EXPECT_GT(one.scalarChannels[0].elements.size(), 0u);
+    EXPECT_LT(one.scalarChannels[0].elements.size(), one.positions.size() / 2);
 }
 
 TEST_F(Displacement, WithoutNormalsItWarnsAndLeavesTheFacesAsTriangles) {
