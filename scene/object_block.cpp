@@ -7,6 +7,7 @@
 #include "core/report.h"
 #include "scene/block_parsers.h"
 #include "scene/geometry_reader.h"
+#include "scene/hair_file.h"
 #include "shading/images.h"
 #include "shading/shader.h"
 
@@ -104,8 +105,8 @@ void loadPart(SceneInput&, std::istream& line, ObjectBlock& block) {
     switch (Kind) {
     case FileKind::Obj: readObj(reader, name); break;
     case FileKind::ParticleImage: readParticleImage(reader, name); break;
-    case FileKind::Hair:
-    case FileKind::Fur: break;   // strands are read by the hair readers
+    case FileKind::Hair: readHair(reader, name); break;
+    case FileKind::Fur: readFur(reader, name); break;
     }
     finishReader(reader);
 }
