@@ -77,9 +77,9 @@ LobeBundle deltaSample(const LightContext& c, SampleOrigin& origin, Vector l, fl
         const Color T = occlusion(origin.shadow, t);
         if (gateShadow && belowCutoff(T)) return b;
         const Color E = T * color * (kPi * scale);
-        if (c.hit.has_lambertian) b.lambertian = E * EvaluateDiffuseHair(c.ray, from, l);
+        if (c.hit.has_lambertian) b.lambertian = E * EvaluateDiffuseHair(from.out_direction, l, from.tangent);
         if (c.hit.has_glossy) {
-            const HairLobes lobes = EvaluateBcsdf(c.ray, from, l);
+            const HairLobes lobes = hairLobesAt(c.ray, from, l);
             b.glossy = E * (lobes.value[0] + lobes.value[1] + lobes.value[2]);
         }
         return b;
@@ -210,12 +210,13 @@ LobeBundle balancedSample(const LightContext& c, const SampleOrigin& origin, Vec
 LobeBundle balancedHairSample(const LightContext& c, const SampleOrigin& origin, Vector l, Color R, float pl,
                               float nb) {
     LobeBundle b;
+    const HitRecord& from = *origin.hit;
     if (c.hit.has_lambertian) {
-        const Color v = EvaluateDiffuseHair(c.ray, *origin.hit, l);
-        b.lambertian = v * R * balance(pl, nb, mean(v));
+        const float v = EvaluateDiffuseHair(from.out_direction, l, from.tangent);
+        b.lambertian = R * (v * balance(pl, nb, v));
     }
     if (c.hit.has_glossy) {
-        const HairLobes lobes = EvaluateBcsdf(c.ray, *origin.hit, l);
+        const HairLobes lobes = hairLobesAt(c.ray, from, l);
         for (int k = 0; k < 3; ++k) b.glossy += lobes.value[k] * R * balance(pl, nb, lobes.density[k]);
     }
     return b;

@@ -9,6 +9,7 @@
 #include "lv.h"
 #include "photons/density_estimator.h"
 #include "render/child_ray.h"
+#include "shading/hair_scattering.h"
 #include "shading/images.h"
 #include "shading/lobes.h"
 
@@ -30,9 +31,18 @@ void addToAov(Aov& aov, const RayState& ray, Color value) {
 
 // The density of the bounce that made the ray, seen from its parent hit.
 float bounceDensity(const RayState& ray) {
-    // Fibre parents weigh through the hair model, which has no densities yet.
-    if (ray.previous_kind == kCylinder || !ray.parent_hit) return 0.0f;
+    if (!ray.parent_hit) return 0.0f;
     const HitRecord& parent = *static_cast<const HitRecord*>(ray.parent_hit);
+    if (ray.previous_kind == kCylinder) {
+        // A fibre's diffuse rays follow its diffuse term; its glossy rays
+        // the lobe that drew them.
+        if (ray.lobe == kTagLambertian) return EvaluateDiffuseHair(parent.out_direction, ray.direction, parent.tangent);
+        if (ray.lobe != kTagGlossyReflection || ray.hair_lobe > 2) return 0.0f;
+        float density[3];
+        DensityBcsdf(registry.shaders[ray.previous_shader].hairBlock, density, parent.out_direction, ray.direction,
+                     parent.tangent);
+        return density[ray.hair_lobe];
+    }
     switch (ray.lobe) {
     case kTagLambertian: return dot(parent.normal, ray.direction) * kInvPi;
     case kTagDiffuseTransmission: return -dot(parent.normal, ray.direction) * kInvPi;
