@@ -9,6 +9,7 @@
 #include "photons/density_estimator.h"
 #include "photons/photon_tree.h"
 #include "render/child_ray.h"
+#include "shading/hair_scattering.h"
 #include "shading/hit_shading.h"
 #include "shading/images.h"
 #include "shading/lobes.h"
@@ -40,22 +41,24 @@ void storeCaustic(const RayState& ray, const HitRecord& hit) {
 
 // The lambertian class, or diffuse transmission (`below`): both store, both
 // deposit on the side the photon arrived from, and bounce on their side.
+// A fibre's lambertian part, as on camera paths, has no Fresnel term and
+// scatters all round the fibre: its hemisphere turns about the random
+// normal of the hit, with no side to keep to.
 void addDiffuse(const RayState& ray, const HitRecord& hit, bool below) {
     if (!linkedAtFirstHit(ray)) return;
-    const Color c = (below ? hit.transmissive : hit.lambertian) * hit.fresnel_complement;
+    const bool fibre = !below && ray.kind == kCylinder;
+    const Color c = (below ? hit.transmissive : hit.lambertian) * (fibre ? 1.0f : hit.fresnel_complement);
     const Color E = c * ray.throughput;
     if (belowCutoff(E)) return;
     storeCaustic(ray, hit);
     // Without final gathering photons serve the caustics alone.
     if (!registry.final_gather_mode) return;
     depositPhoton(ray, ray.power * ray.throughput * c);
-    // Fibres scatter diffusely through the hair model, not a hemisphere.
-    if (ray.kind == kCylinder) return;
 
     const SequenceSampler sampler = ownSampler(ray);
     const Vector d = below ? cosineHemisphereBelow(hit, sampler) : cosineHemisphere(hit, sampler);
     const float side = dot(d, hit.geometric_normal);
-    if (below ? !(side < 0.0f) : !(side > 0.0f)) return;
+    if (!fibre && (below ? !(side < 0.0f) : !(side > 0.0f))) return;
     RayState child = childRay(ray, hit, below ? kTagDiffuseTransmission : kTagLambertian);
     child.direction = d;
     child.throughput = E;
@@ -64,10 +67,25 @@ void addDiffuse(const RayState& ray, const HitRecord& hit, bool below) {
     tracePhoton(child);
 }
 
+// A fibre's glossy photon follows the hair model's draw, one ray by one lobe.
+void addFibreGlossy(const RayState& ray, const HitRecord& hit, Color E) {
+    Vector d;
+    Color w;
+    const int lobe = sampleFibre(ray, hit, ray.sample_index, d, w);
+    RayState child = childRay(ray, hit, kTagGlossyReflection);
+    child.direction = d;
+    child.throughput = E * w;
+    child.hair_lobe = uint8_t(lobe);
+    ++child.glossy_bounces;
+    child.dimension += 2;
+    tracePhoton(child);
+}
+
 void addGlossy(const RayState& ray, const HitRecord& hit) {
-    if (!linkedAtFirstHit(ray) || ray.kind == kCylinder) return;
+    if (!linkedAtFirstHit(ray)) return;
     const Color E = hit.glossy * ray.throughput;
     if (belowCutoff(E)) return;
+    if (ray.kind == kCylinder) return addFibreGlossy(ray, hit, E);
 
     const Vector h = normalized(sampleHalfVector(hit, ownSampler(ray)));
     const float c = -dot(h, ray.direction);

@@ -255,10 +255,12 @@ void finishShading(const SurfaceShader& layer, const RayState& ray, HitRecord& h
     }
 
     // A shading normal whose mirror image of the viewer would point into the
-    // surface gives way to the geometric one.
+    // surface gives way to the geometric one. A fibre has no inside: its
+    // normal sweeps the whole side that faces the viewer, which is what
+    // makes its diffuse rays follow the fibre's diffuse term.
     hit.cos_out = dot(hit.out_direction, hit.normal);
     const Vector mirrored = hit.normal * (2.0f * hit.cos_out) - hit.out_direction;
-    if (dot(mirrored, hit.geometric_normal) < 0.0f) {
+    if (ray.kind != kCylinder && dot(mirrored, hit.geometric_normal) < 0.0f) {
         hit.normal = hit.geometric_normal;
         hit.cos_out = dot(hit.out_direction, hit.normal);
     }

@@ -9,6 +9,7 @@
 #include "geometry/traversal.h"
 #include "lv.h"
 #include "render/child_ray.h"
+#include "shading/hair_scattering.h"
 #include "shading/hit_shading.h"
 
 namespace {
@@ -151,6 +152,38 @@ Color diffuseLobe(const RayState& ray, const HitRecord& hit, Color t, bool below
     }
     // Fibres have no cells of the photons.
     return hair ? sum.sum : sum.average() + photonEstimate(ray, hit);
+}
+
+// The glossy rays of a fibre, drawn by the hair model: every ray is sent,
+// reflected or through the fibre, and its weight is the lobe's value over
+// the density of the draw.
+Color fibreGlossyLobe(const RayState& ray, const HitRecord& hit, Color t) {
+    auto fire = [&](uint32_t index, auto prepare) {
+        Vector d;
+        Color w;
+        const int lobe = sampleFibre(ray, hit, index, d, w);
+        RayState child = glossyChild(ray, hit, kTagGlossyReflection, d, t * w);
+        child.hair_lobe = uint8_t(lobe);
+        prepare(child);
+        return radiance(child) * w;
+    };
+    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
+    if (bounces == 0) {
+        const Split split = firstHitSplit(mean(t), registry.rendererSample);
+        const uint32_t step = cameraSample();
+        uint32_t index = registry.pass_index;
+        Color sum = zero;
+        for (uint32_t k = 0; k < split.perFrame; ++k) {
+            sum += fire(index, [&](RayState& child) {
+                child.sample_index = index;
+                child.split = ray.split * split.perFrame;
+            });
+            index = (index + step) & 0xFFFFu;
+        }
+        return sum / float(split.perFrame);
+    }
+    if (bounces < registry.bounce) return fire(ray.sample_index, [](RayState&) {});
+    return zero;
 }
 
 }  // namespace
@@ -308,11 +341,9 @@ Color transmissiveLobe(const RayState& ray, const HitRecord& hit) {
 }
 
 Color glossyLobe(const RayState& ray, const HitRecord& hit) {
-    // Fibres scatter glossily through the hair model's own sampling, which
-    // this lobe hands them to once the model is in place.
-    if (isHair(ray)) return zero;
     const Color t = ray.throughput * hit.glossy;
     if (belowCutoff(t)) return zero;
+    if (isHair(ray)) return fibreGlossyLobe(ray, hit, t);
 
     const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
     RaySum reflected, transmitted;
