@@ -247,13 +247,20 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
         if (!(cosLight > 0.0f)) return LobeBundle{};
         const float a = dot(l, from.normal);
         if (!reachesAClass(c, a, dot(l, from.geometric_normal))) return LobeBundle{};
-        // The shadow ray must not stop on the emitter's own face.
+        // The shadow ray must not stop on the emitter's own face. A fibre
+        // must not shadow itself either, as its lobes hold the light that
+        // crosses it: from a fibre the ray keeps skipping the fibre's segment
+        // and ends just short of the emitter instead.
         origin.shadow.direction = l;
-        origin.shadow.previous_primitive = q.primitive;
-        origin.shadow.previous_kind = q.kind;
-        origin.shadow.previous_part = q.part;
-        origin.shadow.previous_path = q.path;
-        const Color T = occlusion(origin.shadow, distance);
+        float reach = distance * 0.9999f;
+        if (!c.hair) {
+            origin.shadow.previous_primitive = q.primitive;
+            origin.shadow.previous_kind = q.kind;
+            origin.shadow.previous_part = q.part;
+            origin.shadow.previous_path = q.path;
+            reach = distance;
+        }
+        const Color T = occlusion(origin.shadow, reach);
         if (belowCutoff(T)) return LobeBundle{};
         const float nl = total ? float(light.sample) : 1.0f, nb = total ? float(light.workingSample) : 1.0f;
         const float pl = nl * d2 / (cosLight * light.totalArea);
@@ -299,9 +306,13 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
             if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, nb);
             return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, nb, 0.5f);
         }
+        // One sample from a fibre carries its shadow ray's throughput like any
+        // other light sample: the path's own throughput, which the fibre's
+        // weights (three times a lobe's share) can raise above 1 from bounce
+        // to bounce, is applied by the lobes that led here.
+        if (c.hair) return balancedHairSample(c, origin, l, radiance / density * T, density, 1.0f);
         // One sample: the shadow ray only gates it, and the path's
         // throughput takes its place.
-        if (c.hair) return balancedHairSample(c, origin, l, radiance / density * ray.throughput, density, 1.0f);
         const float P = 2.0f * density;
         return balancedSample(c, origin, l, a, radiance * (2.0f * std::fabs(a) / (P * kPi)) * ray.throughput, P,
                               1.0f, 1.0f);
