@@ -111,15 +111,16 @@ TEST_F(Traversal, ClosestHitMatchesEveryPrimitiveTestedInTurnAlsoAfterReordering
     for (const WideNode& node : root.wideNodes) EXPECT_EQ(std::accumulate(node.hits, node.hits + 8, 0u), 0u);
 }
 
-// A target of triangles placed by rigid instances in one or two levels; the
-// objects in preparation order: target, (middle,) root.
-std::vector<Placement> buildInstancedScene(bool twoLevels) {
+// A target of triangles, or of hair strands, placed by rigid instances in
+// one or two levels; the objects in preparation order: target, (middle,) root.
+std::vector<Placement> buildInstancedScene(bool twoLevels, bool hairTarget = false) {
     registry.objects.clear();
     const int levels = twoLevels ? 2 : 1;
     for (int level = levels; level >= 0; --level) {
         Object object;
         object.level = uint32_t(level);
-        if (level == levels || level == 0) object.parts.push_back(triangleSoup(level ? 400 : 200, level ? 3 : 15, 1));
+        if (level == levels && hairTarget) object.parts.push_back(hairStrands(300, 6, 3, 0.1f));
+        else if (level == levels || level == 0) object.parts.push_back(triangleSoup(level ? 400 : 200, level ? 3 : 15, 1));
         for (int i = 0; level < levels && i < (level ? 4 : 5); ++i) {
             Instance instance;
             instance.target = uint32_t(registry.objects.size() - 1);
@@ -175,6 +176,18 @@ TEST_F(Traversal, InstancesCarryRaysAndShadowsThroughOneAndTwoLevels) {
             EXPECT_EQ(transmittanceQuery(root, shadow), crossings >= 10) << "ray " << r;
             if (crossings < 10) { EXPECT_FLOAT_EQ(shadow.throughput.x, std::ldexp(1.0f, -crossings)) << "ray " << r; }
         }
+    }
+}
+
+// Strands inside instances are met where each placement, tested strand by
+// strand in its own space, meets them, with the chain of matrices that
+// carries their frames out.
+TEST_F(Traversal, HairThroughInstancesMeetsWhatEachPlacementMeets) {
+    for (bool twoLevels : {false, true}) {
+        SCOPED_TRACE(twoLevels ? "two levels" : "one level");
+        const std::vector<Placement> placements = buildInstancedScene(twoLevels, true);
+        for (const Object& object : registry.objects) expectHierarchyInvariants(object);
+        EXPECT_GT(expectClosestAgrees(placements, 15, 1500, 2e-4f), 150);
     }
 }
 
