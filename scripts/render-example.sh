@@ -3,7 +3,9 @@
 #   render-example.sh [NAME [VARIANT]]
 # NAME is a directory under examples/ (default cornell); the images are
 # beauty.hdr, and beauty.png for viewing. A directory with a C host of its
-# own, NAME.c, is rendered by that host (built as example-NAME).
+# own, NAME.c, is rendered by that host (built as example-NAME). An example
+# whose files are made by a script, scripts/make-NAME.py, has them written
+# first.
 #
 # VARIANT names a folder inside the example (such as examples/cornell/gather)
 # that holds some of the scene's subfolders (shader, render, light, camera,
@@ -32,9 +34,11 @@ if [[ -n "$variant" ]]; then
         exit 2
     fi
 fi
-lv_install_missing
+generator="$lv_root/scripts/make-$name.py"
+if [[ -f "$generator" ]]; then lv_install_missing python3; else lv_install_missing; fi
 mkdir -p "$lv_root/build"
 lv_build "$lv_root/build" -DLV_TESTS=OFF -DLV_BENCH=OFF
+if [[ -f "$generator" ]]; then python3 "$generator"; fi
 
 if [[ -z "$variant" ]]; then
     # An example with a host of its own (examples/NAME/NAME.c) describes its
