@@ -30,11 +30,11 @@ static_assert(sizeof(HairFileHeader) == 128, "the header is 128 bytes without pa
 // strand), points (3 floats a point), thickness, transparency (a float a
 // point each) and color (3 floats a point).
 enum HairArray : uint32_t {
-    kHairSegments = 1,
-    kHairPoints = 2,
-    kHairThickness = 4,
-    kHairTransparency = 8,
-    kHairColor = 16,
+    kHairSegments = 1u << 0,
+    kHairPoints = 1u << 1,
+    kHairThickness = 1u << 2,
+    kHairTransparency = 1u << 3,
+    kHairColor = 1u << 4,
 };
 
 // The radius of every point of a text hair file.

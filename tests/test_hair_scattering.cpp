@@ -9,6 +9,8 @@
 #include "capture.h"
 #include "core/constants.h"
 #include "core/random.h"
+#include "geometry/load_time.h"
+#include "lv.h"
 #include "shading/hair_scattering.h"
 
 namespace {
@@ -270,6 +272,49 @@ TEST(HairScattering, DiffuseTermIsTheLambertianCylindersDistribution) {
                        (2.0 / 400.0) * (kTwoPi / 400.0);
         EXPECT_NEAR(sum, 1.0, 0.002);
     }
+}
+
+// A hair shader takes its model from its first layer and its medium: all
+// lobes for a solid layer, the mean index, 30 degrees of R roughness for
+// each unit of the sum of the roughness channels, TT and TRT twice and three
+// times as rough, and the medium's absorption. A roughness of 0, which
+// leaves the lobes no width, is raised to 1 degree with a warning.
+TEST(HairScattering, ShaderPreparationDerivesTheModelFromTheFirstLayer) {
+    Shader shader;
+    shader.name = "hair";
+    shader.layers.resize(2);
+    SurfaceShader& layer = shader.layers[0];
+    layer.material = LV_MATERIAL_SOLID;
+    layer.elements[LV_ELEMENT_IOR].color = {1.5f, 1.6f, 1.7f};
+    layer.elements[LV_ELEMENT_ROUGHNESS].color = {0.1f, 0.1f, 0.1f};
+    shader.layers[1].elements[LV_ELEMENT_ROUGHNESS].color = {1.0f, 1.0f, 1.0f};
+    shader.volume.transmittance = {1.0f, 0.5f, 0.0f};
+    ReportCapture report;
+    buildHairTable(shader);
+    const HairBlock& block = shader.hairBlock;
+    EXPECT_TRUE(block.allLobes);
+    EXPECT_NEAR(block.ior, 1.6f, 1e-6f);
+    EXPECT_NEAR(block.angle[0], 9.0f * kDegree, 1e-6f);
+    EXPECT_NEAR(block.angle[1], 18.0f * kDegree, 1e-6f);
+    EXPECT_NEAR(block.angle[2], 27.0f * kDegree, 1e-6f);
+    EXPECT_NEAR(block.variance[2], block.angle[2] * block.angle[2], 1e-9f);
+    EXPECT_NEAR(block.F0, 0.0532544f, 1e-6f);   // ((1.6 - 1) / (1.6 + 1))^2
+    EXPECT_TRUE(block.absorption == (Color{0.0f, std::log(2.0f), 10.0f}));
+    EXPECT_EQ(block.BcsdfImage3.floatStore.size(), size_t(128 * 128 * 3));
+
+    layer.material = 0;
+    layer.elements[LV_ELEMENT_ROUGHNESS].color = zero;
+    report.restore();
+    ReportCapture second;
+    buildHairTable(shader);
+    EXPECT_FALSE(shader.hairBlock.allLobes);
+    EXPECT_NEAR(shader.hairBlock.angle[0], kDegree, 1e-7f);
+    EXPECT_EQ(second.lines().at(0), "warning :( \thair - roughness of shader hair gives less than 1 degree, taken as 1 degree");
+    EXPECT_EQ(second.lines().at(1).rfind("bcsdf lut", 0), 0u);
+    Color value[3];
+    float density[3];
+    EvaluateBcsdf(shader.hairBlock, value, fromAngles(0.2f, 0.0f), fromAngles(-0.2f, 0.3f), kTangent, density);
+    for (int p = 0; p < 3; ++p) EXPECT_TRUE(std::isfinite(value[p].x) && std::isfinite(density[p])) << p;
 }
 
 }  // namespace
