@@ -119,7 +119,7 @@ bool readHairFile(std::FILE* file, const std::string& fileName, HairFileHeader& 
 void fillHairPart(Part& part, const HairFileHeader& header, const HairArrays& arrays) {
     const size_t N = header.pointCount;
     part.positions.resize(N);
-    std::memcpy(part.positions.data(), arrays.points.data(), N * sizeof(Vector));
+    if (N > 0) std::memcpy(part.positions.data(), arrays.points.data(), N * sizeof(Vector));
     std::vector<UV>& uvs = part.uvChannels[0].elements;
     std::vector<float>& radii = part.scalarChannels[0].elements;
     uvs.resize(N);
