@@ -8,39 +8,27 @@
 
 namespace {
 
-// A line in the report's error form, with the rule and blank line after it.
 std::string errorLine(const std::string& text) { return "error :( \t" + text + "\n" + kRule + "\n\n"; }
 
 class HairFiles : public SceneTest {
 protected:
-    // Reads a file with one of the two readers into a fresh part; returns
-    // the report.
-    std::string load(const std::string& name, bool binary) {
+    // Reads `bytes` as a binary (.hair) or text (.fur) file into a fresh
+    // part; returns the report.
+    std::string load(const std::string& bytes, bool binary) {
+        writeBytes(path(binary ? "s.hair" : "s.fur"), bytes);
         part = Part{};
         GeometryReader reader;
         reader.part = &part;
         ReportCapture capture;
-        if (binary) readHair(reader, name);
-        else readFur(reader, name);
+        binary ? readHair(reader, path("s.hair")) : readFur(reader, path("s.fur"));
         return capture.text();
     }
-    std::string loadBytes(const std::string& bytes) {
-        writeBytes(path("strands.hair"), bytes);
-        return load(path("strands.hair"), true);
-    }
-    void expectEmpty() const {
-        EXPECT_TRUE(part.positions.empty());
-        EXPECT_TRUE(part.cylinders.empty());
-        EXPECT_TRUE(part.strandSizes.empty());
-        EXPECT_TRUE(part.uvChannels[0].elements.empty());
-        EXPECT_TRUE(part.scalarChannels[0].elements.empty());
-    }
-
     Part part;
 };
 
-// Strands of 3, 0, 2 segments over 3 + 1 + 3 points: the empty strand starts
-// nothing but takes a point, and the last point of each strand starts nothing.
+// Strands of 3, 0 and 2 segments over 4 + 1 + 3 points: the empty strand
+// starts nothing but takes a point, and the last point of each strand
+// starts nothing.
 HairFileData threeStrands() {
     HairFileData d;
     d.strandCount = 3;
@@ -50,29 +38,22 @@ HairFileData threeStrands() {
 }
 
 TEST_F(HairFiles, BinaryFileRoundTripsWithAndWithoutEachOptionalArray) {
-    // Bits of the optional arrays: segments, thickness, transparency, color.
-    for (int mask = 0; mask < 16; ++mask) {
+    for (int mask = 0; mask < 16; ++mask) {   // segments, thickness, transparency, color
         SCOPED_TRACE(mask);
         HairFileData d = threeStrands();
-        d.defaultSegments = 2;
-        d.defaultThickness = 0.02f;
-        const size_t N = d.points.size();
-        if (!(mask & 1)) d.segments.clear(), d.points.resize(9), d.points[8] = {1, 2, 3};   // 3 strands of 2
-        if (mask & 2)
-            for (size_t i = 0; i < d.points.size(); ++i) d.thickness.push_back(0.1f + 0.01f * float(i));
-        if (mask & 4) d.transparency.assign(d.points.size(), 0.25f);
-        if (mask & 8) d.color.assign(d.points.size(), Color{0.9f, 0.1f, 0.2f});
-        EXPECT_EQ(loadBytes(hairFileBytes(d)), "");
-
-        const std::vector<uint32_t> cylinders = (mask & 1) ? std::vector<uint32_t>{0, 1, 2, 5, 6}
-                                                           : std::vector<uint32_t>{0, 1, 3, 4, 6, 7};
-        EXPECT_EQ(part.cylinders, cylinders);
-        const std::vector<uint32_t> sizes = (mask & 1) ? std::vector<uint32_t>{3, 0, 2} : std::vector<uint32_t>{2, 2, 2};
-        EXPECT_EQ(part.strandSizes, sizes);
-        const size_t n = (mask & 1) ? N : 9;
+        d.defaultSegments = 2, d.defaultThickness = 0.02f;
+        if (!(mask & 1)) d.segments.clear(), d.points.push_back({1, 2, 3});   // three strands of 2
+        for (size_t i = 0; i < d.points.size(); ++i) {
+            if (mask & 2) d.thickness.push_back(0.1f + 0.01f * float(i));
+            if (mask & 4) d.transparency.push_back(0.25f);
+            if (mask & 8) d.color.push_back({0.9f, 0.1f, 0.2f});
+        }
+        EXPECT_EQ(load(hairFileBytes(d), true), "");
+        const bool counted = mask & 1;
+        EXPECT_EQ(part.cylinders, counted ? std::vector<uint32_t>({0, 1, 2, 5, 6}) : std::vector<uint32_t>({0, 1, 3, 4, 6, 7}));
+        EXPECT_EQ(part.strandSizes, counted ? std::vector<uint32_t>({3, 0, 2}) : std::vector<uint32_t>({2, 2, 2}));
+        const size_t n = d.points.size();
         ASSERT_EQ(part.positions.size(), n);
-        ASSERT_EQ(part.uvChannels[0].elements.size(), n);
-        ASSERT_EQ(part.scalarChannels[0].elements.size(), n);
         for (size_t i = 0; i < n; ++i) {
             EXPECT_TRUE(part.positions[i] == d.points[i]);
             EXPECT_EQ(part.uvChannels[0].elements[i].u, float(i) / float(n));
@@ -86,101 +67,70 @@ TEST_F(HairFiles, TextFileLaysOutStrandsAfterItsEndWhateverTheOrderOfItsLines) {
     const std::string points = "position 0 0 0\nposition 1 0 0\n# position 9 9 9\nposition 2 0.5 -1\n"
                                "colour 1 1 1\nposition 3 0 0\nposition 4 0 0\n";
     for (const std::string& text : {"segment 2\nsegment 1\n" + points, points + "segment 2\n\nsegment 1"}) {
-        writeFile(dir / "strands.fur", text);
-        EXPECT_EQ(load(path("strands.fur"), false), "");
-        EXPECT_EQ(part.cylinders, (std::vector<uint32_t>{0, 1, 3}));
-        EXPECT_EQ(part.strandSizes, (std::vector<uint32_t>{2, 1}));
+        EXPECT_EQ(load(text, false), "");
+        EXPECT_EQ(part.cylinders, std::vector<uint32_t>({0, 1, 3}));
+        EXPECT_EQ(part.strandSizes, std::vector<uint32_t>({2, 1}));
         ASSERT_EQ(part.positions.size(), 5u);
         EXPECT_TRUE(part.positions[2] == (Vector{2, 0.5f, -1}));
         for (size_t i = 0; i < 5; ++i) {
             EXPECT_EQ(part.scalarChannels[0].elements[i], 0.003f);
-            EXPECT_EQ(part.uvChannels[0].elements[i].u, 0.0f);
-            EXPECT_EQ(part.uvChannels[0].elements[i].v, 0.0f);
+            EXPECT_TRUE(part.uvChannels[0].elements[i].u == 0.0f && part.uvChannels[0].elements[i].v == 0.0f);
         }
     }
 }
 
-TEST_F(HairFiles, DamagedBinaryFilesLeaveThePartEmptyWithTheirLine) {
-    const std::string name = path("strands.hair");
-    EXPECT_EQ(load(path("absent.hair"), true), "cannot open " + path("absent.hair") + "\n");
-    expectEmpty();
-
+// Cut files, wrong signatures, counts beyond the file or beyond the points:
+// each leaves the part empty, with its line, and nothing is read or
+// allocated beyond what the file holds.
+TEST_F(HairFiles, DamagedFilesLeaveThePartEmptyWithTheirLine) {
     HairFileData d = threeStrands();
-    d.thickness.assign(d.points.size(), 0.1f);
-    d.transparency.assign(d.points.size(), 0.5f);
-    d.color.assign(d.points.size(), one);
-    const std::string whole = hairFileBytes(d);
-    EXPECT_EQ(loadBytes(whole.substr(0, 100)), "cannot open hair file header " + name + "\n");
-    expectEmpty();
-    std::string renamed = whole;
-    renamed[3] = 'X';
-    EXPECT_EQ(loadBytes(renamed), "hair file has wrong signature " + name + "\n");
-    expectEmpty();
-
-    // Cut inside each array in turn: segments, points, thickness, transparency, color.
-    const size_t ends[5] = {128 + 6, 128 + 6 + 96, 128 + 6 + 128, 128 + 6 + 160, 128 + 6 + 256};
-    const char* arrays[5] = {"segments", "points", "thickness", "transparency", "color"};
-    ASSERT_EQ(whole.size(), ends[4]);
-    for (int k = 0; k < 5; ++k) {
-        EXPECT_EQ(loadBytes(whole.substr(0, ends[k] - 1)), std::string("cannot read hair ") + arrays[k] + " " + name + "\n");
-        expectEmpty();
+    d.thickness.assign(8, 0.1f), d.transparency.assign(8, 0.5f), d.color.assign(8, one);
+    const std::string whole = hairFileBytes(d), name = path("s.hair");
+    auto patched = [](std::string bytes, size_t at, uint32_t value) {
+        std::memcpy(&bytes[at], &value, 4);
+        return bytes;
+    };
+    HairFileData longer = threeStrands(), many = threeStrands();
+    longer.segments[2] = 3;                                 // one point short
+    many.segments.clear(), many.strandCount = 0xFFFFFFF0u;  // four billion strands of the default 0 segments
+    const std::pair<std::string, std::string> cases[] = {
+        {whole.substr(0, 100), "cannot open hair file header " + name + "\n"},
+        {"HAIX" + whole.substr(4), "hair file has wrong signature " + name + "\n"},
+        {whole.substr(0, 128 + 5), "cannot read hair segments " + name + "\n"},
+        {whole.substr(0, 128 + 6 + 95), "cannot read hair points " + name + "\n"},
+        {whole.substr(0, 128 + 6 + 127), "cannot read hair thickness " + name + "\n"},
+        {whole.substr(0, 128 + 6 + 159), "cannot read hair transparency " + name + "\n"},
+        {whole.substr(0, whole.size() - 1), "cannot read hair color " + name + "\n"},
+        {patched(whole, 8, 0xFFFFFFFFu), "cannot read hair points " + name + "\n"},
+        {patched(whole, 4, 0xFFFFFFFFu), "cannot read hair segments " + name + "\n"},
+        {hairFileBytes(longer), errorLine("hair - the strands of " + name + " need more than its 8 points")},
+        {hairFileBytes(many), errorLine("hair - the strands of " + name + " need more than its 8 points")},
+        {patched(whole.substr(0, 128 + 6), 12, kHairSegments), errorLine("hair - " + name + " has no points array for its 8 points")},
+    };
+    for (const auto& [bytes, report] : cases) {
+        EXPECT_EQ(load(bytes, true), report);
+        EXPECT_TRUE(part.positions.empty() && part.cylinders.empty() && part.strandSizes.empty());
+        EXPECT_TRUE(part.uvChannels[0].elements.empty() && part.scalarChannels[0].elements.empty());
     }
-
-    // Counts far beyond the file are refused before anything is allocated.
-    std::string absurd = whole;
-    const uint32_t huge = 0xFFFFFFFFu;
-    std::memcpy(&absurd[8], &huge, 4);
-    EXPECT_EQ(loadBytes(absurd), "cannot read hair points " + name + "\n");
-    std::memcpy(&absurd[4], &huge, 4);
-    EXPECT_EQ(loadBytes(absurd), "cannot read hair segments " + name + "\n");
-    expectEmpty();
-}
-
-TEST_F(HairFiles, StrandsThatNeedMorePointsThanTheFileHoldsAreRefused) {
-    const std::string name = path("strands.hair");
-    const std::string refused = errorLine("hair - the strands of " + name + " need more than its 8 points");
-    HairFileData d = threeStrands();
-    d.segments[2] = 3;   // one point short
-    EXPECT_EQ(loadBytes(hairFileBytes(d)), refused);
-    expectEmpty();
-    // Four billion strands of the default size, each of at least one point.
-    d = threeStrands();
-    d.segments.clear();
-    d.strandCount = 0xFFFFFFF0u;
-    EXPECT_EQ(loadBytes(hairFileBytes(d)), refused);
-    expectEmpty();
-    // Points counted in the header but no points array.
-    d = threeStrands();
-    std::string bytes = hairFileBytes(d).substr(0, 128 + 6);
-    const uint32_t bits = kHairSegments;
-    std::memcpy(&bytes[12], &bits, 4);
-    EXPECT_EQ(loadBytes(bytes), errorLine("hair - " + name + " has no points array for its 8 points"));
-    expectEmpty();
-
-    writeFile(dir / "strands.fur", "segment 2\nsegment -1\nposition 0 0 0\n");
-    EXPECT_EQ(load(path("strands.fur"), false),
-              errorLine("hair - negative segment count -1 in " + path("strands.fur")));
-    expectEmpty();
-    writeFile(dir / "strands.fur", "segment 2\nposition 0 0 0\nposition 1 0 0\n");
-    EXPECT_EQ(load(path("strands.fur"), false),
-              errorLine("hair - the strands of " + path("strands.fur") + " need more than its 2 points"));
-    expectEmpty();
-    EXPECT_EQ(load(path("absent.fur"), false), "");
-    expectEmpty();
+    EXPECT_EQ(load("segment 2\nsegment -1\nposition 0 0 0\n", false),
+              errorLine("hair - negative segment count -1 in " + path("s.fur")));
+    EXPECT_EQ(load("segment 2\nposition 0 0 0\nposition 1 0 0\n", false),
+              errorLine("hair - the strands of " + path("s.fur") + " need more than its 2 points"));
+    EXPECT_TRUE(part.positions.empty() && part.cylinders.empty());
 }
 
 TEST_F(HairFiles, ObjectBlockLoadsEachFileIntoAPartOfItsOwn) {
     writeBytes(path("a.hair"), hairFileBytes(threeStrands()));
     writeFile(dir / "b.fur", "segment 1\nposition 0 0 0\nposition 0 0 1\n");
-    const std::string report = readScene("object\nhair \"" + path("a.hair") + "\"\nfur \"" + path("b.fur") +
-                                         "\"\nhair \"" + path("absent.hair") + "\"\nend\n");
-    EXPECT_EQ(report, "cannot open " + path("absent.hair") + "\n");
+    const std::string report = readScene("object\nhair \"" + path("a.hair") + "\"\nfur \"" + path("b.fur") + "\"\nhair \"" +
+                                         path("absent.hair") + "\"\nfur \"" + path("absent.fur") + "\"\nend\n");
+    EXPECT_EQ(report, "cannot open " + path("absent.hair") + "\n");   // a text file that is absent is silent
     ASSERT_EQ(registry.objects.size(), 1u);
-    const Object& object = registry.objects[0];
-    ASSERT_EQ(object.parts.size(), 3u);
-    EXPECT_EQ(object.parts[0].cylinders.size(), 5u);
-    EXPECT_EQ(object.parts[1].cylinders, std::vector<uint32_t>{0});
-    EXPECT_TRUE(object.parts[2].positions.empty());
+    const std::vector<Part>& parts = registry.objects[0].parts;
+    ASSERT_EQ(parts.size(), 4u);
+    EXPECT_EQ(parts[0].cylinders.size(), 5u);
+    EXPECT_EQ(parts[1].cylinders, std::vector<uint32_t>{0});
+    EXPECT_TRUE(parts[2].positions.empty() && parts[3].positions.empty());
 }
 
 }  // namespace
