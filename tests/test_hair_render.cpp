@@ -90,7 +90,9 @@ TEST_F(HairRender, LightOnAFibreIsTheSameFoundBySamplesOrByItsRays) {
                 hairShader(0.3f, 0.7f, 0.15f, {0.8f, 0.6f, 0.35f}));
         if (light == kSkyRays || light == kSkySampled) registry.skyLight.color = one;
         if (light == kSkySampled) registry.skyLight.image = memoryImage(64, 32, [](float, float) { return one; });
-        lvSetGeometryLightSample(light == kLampRays ? 0 : 16);
+        // The small lamp takes many samples, so that the fibre's rays, which
+        // seldom find it, carry little of its light.
+        lvSetGeometryLightSample(light == kLampRays ? 0 : light == kSmallLamp ? 256 : 16);
         const float h = light == kSmallLamp ? 0.05f : 1.0f, L = light == kSmallLamp ? 400.0f : 4.0f;
         if (light == kLampRays || light == kLampSampled || light == kSmallLamp) {
             const int lamp = shader(zero, one * L);
@@ -105,7 +107,7 @@ TEST_F(HairRender, LightOnAFibreIsTheSameFoundBySamplesOrByItsRays) {
             lvSetPointLightInnerAngle(point, 179.0f);   // no spot
         }
         camera({0, -4, 0.3f}, {0, 0, 0}, 5.0f, 32, 8);
-        means[light] = rowMean(render(), 14, 18);
+        means[light] = rowMean(render(), 10, 22);
         restart();
     }
     for (auto [a, b, tolerance] : {std::tuple{kSkySampled, kSkyRays, 0.02f}, {kLampSampled, kLampRays, 0.05f},
