@@ -142,8 +142,8 @@ void hairThroughput(int strands, int threads) {
     registry.objects.push_back(std::move(object));
     registry.rootObject = int(registry.objects.size()) - 1;
 
-    std::printf("\nhair patch: %d strands, %zu segments; read %.3f s, prepared and built %.3f s\n", strands, segments, read,
-                build);
+    std::printf("\nhair patch: %d strands, %zu segments; read %.3f s, prepared and built %.3f s\n", strands, segments,
+                read, build);
     for (bool coherent : {true, false}) {
         const std::vector<RayState> rays = patchRays(coherent, coherent ? 1 << 20 : 1 << 18);
         for (int t : {threads, 1}) {

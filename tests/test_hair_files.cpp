@@ -50,7 +50,8 @@ TEST_F(HairFiles, BinaryFileRoundTripsWithAndWithoutEachOptionalArray) {
         }
         EXPECT_EQ(load(hairFileBytes(d), true), "");
         const bool counted = mask & 1;
-        EXPECT_EQ(part.cylinders, counted ? std::vector<uint32_t>({0, 1, 2, 5, 6}) : std::vector<uint32_t>({0, 1, 3, 4, 6, 7}));
+        EXPECT_EQ(part.cylinders,
+                  counted ? std::vector<uint32_t>({0, 1, 2, 5, 6}) : std::vector<uint32_t>({0, 1, 3, 4, 6, 7}));
         EXPECT_EQ(part.strandSizes, counted ? std::vector<uint32_t>({3, 0, 2}) : std::vector<uint32_t>({2, 2, 2}));
         const size_t n = d.points.size();
         ASSERT_EQ(part.positions.size(), n);
@@ -105,7 +106,8 @@ TEST_F(HairFiles, DamagedFilesLeaveThePartEmptyWithTheirLine) {
         {patched(whole, 4, 0xFFFFFFFFu), "cannot read hair segments " + name + "\n"},
         {hairFileBytes(longer), errorLine("hair - the strands of " + name + " need more than its 8 points")},
         {hairFileBytes(many), errorLine("hair - the strands of " + name + " need more than its 8 points")},
-        {patched(whole.substr(0, 128 + 6), 12, kHairSegments), errorLine("hair - " + name + " has no points array for its 8 points")},
+        {patched(whole.substr(0, 128 + 6), 12, kHairSegments),
+         errorLine("hair - " + name + " has no points array for its 8 points")},
     };
     for (const auto& [bytes, report] : cases) {
         EXPECT_EQ(load(bytes, true), report);
@@ -122,8 +124,9 @@ TEST_F(HairFiles, DamagedFilesLeaveThePartEmptyWithTheirLine) {
 TEST_F(HairFiles, ObjectBlockLoadsEachFileIntoAPartOfItsOwn) {
     writeBytes(path("a.hair"), hairFileBytes(threeStrands()));
     writeFile(dir / "b.fur", "segment 1\nposition 0 0 0\nposition 0 0 1\n");
-    const std::string report = readScene("object\nhair \"" + path("a.hair") + "\"\nfur \"" + path("b.fur") + "\"\nhair \"" +
-                                         path("absent.hair") + "\"\nfur \"" + path("absent.fur") + "\"\nend\n");
+    const std::string report = readScene("object\nhair \"" + path("a.hair") + "\"\nfur \"" + path("b.fur") +
+                                         "\"\nhair \"" + path("absent.hair") + "\"\nfur \"" + path("absent.fur") +
+                                         "\"\nend\n");
     EXPECT_EQ(report, "cannot open " + path("absent.hair") + "\n");   // a text file that is absent is silent
     ASSERT_EQ(registry.objects.size(), 1u);
     const std::vector<Part>& parts = registry.objects[0].parts;

@@ -34,7 +34,8 @@ void overSphere(int steps, F f) {
     const float cell = (2.0f / float(steps)) * (kTwoPi / float(steps));
     for (int a = 0; a < steps; ++a)
         for (int b = 0; b < steps; ++b)
-            f(fromAngles(std::asin(-1.0f + 2.0f * (float(a) + 0.5f) / float(steps)), kTwoPi * (float(b) + 0.5f) / float(steps)),
+            f(fromAngles(std::asin(-1.0f + 2.0f * (float(a) + 0.5f) / float(steps)),
+                         kTwoPi * (float(b) + 0.5f) / float(steps)),
               cell);
 }
 
@@ -74,7 +75,7 @@ TEST(HairScattering, LobesIntegrateToTheirFresnelSharesAndAtMostOne) {
         for (float degrees : {4.0f, 12.0f}) {
             const HairBlock block = hairBlock(degrees, absorption);
             for (float thetaView : {0.0f, 0.5f, 1.0f}) {
-                SCOPED_TRACE(testing::Message() << degrees << " degrees, view at " << thetaView << ", A " << absorption.z);
+                SCOPED_TRACE(testing::Message() << degrees << " degrees, view " << thetaView << ", A " << absorption.z);
                 Color sums[3], shares[3];
                 integrateLobes(block, fromAngles(thetaView, 0.0f), sums);
                 fresnelShares(block, thetaView, shares);
@@ -136,8 +137,8 @@ TEST(HairScattering, DrawsOfEachLobeFollowItsDensityWithItsValueAsWeight) {
                                                    hardwareRandomFloat(), hardwareRandomFloat()};
                         Vector d;
                         Color weight;
-                        EXPECT_EQ(SampleBcsdf(block, d, weight, 2.0f * hardwareRandomFloat() - 1.0f, thetaView, kTangent,
-                                              {1, 0, 0}, {0, 1, 0}, numbers),
+                        const float h = 2.0f * hardwareRandomFloat() - 1.0f;
+                        EXPECT_EQ(SampleBcsdf(block, d, weight, h, thetaView, kTangent, {1, 0, 0}, {0, 1, 0}, numbers),
                                   int(lobe));
                         weights += weight / 3.0f;   // one lobe of three, three times its weight
                         return d;
