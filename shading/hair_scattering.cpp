@@ -22,7 +22,8 @@ inline float guardedLog(float v) { return v < 1e-10f ? -10.0f : std::log(v); }
 // and Stegun 9.8.1 (below 3.75) and 9.8.2 (above, times exp(x) / sqrt(x)).
 float besselPolynomialSmall(float x) {
     const float t = (x / 3.75f) * (x / 3.75f);
-    return 1.0f + t * (3.5156229f + t * (3.0899424f + t * (1.2067492f + t * (0.2659732f + t * (0.0360768f + t * 0.0045813f)))));
+    return 1.0f +
+           t * (3.5156229f + t * (3.0899424f + t * (1.2067492f + t * (0.2659732f + t * (0.0360768f + t * 0.0045813f)))));
 }
 float besselPolynomialLarge(float x) {
     const float t = 3.75f / x;
