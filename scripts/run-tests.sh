@@ -28,7 +28,7 @@ elif [ "${1:-}" = "--thread" ]; then
     # The test of the memory limit forks, which the runtime's tool does not
     # survive; it runs on one thread anyway.
     threaded="Photon*:Smoothing*:Displacement*:Sky*:RadianceScene*:GeometryLight*:Traversal*:HierarchyBuild*"
-    threaded+=":FrameTest*:DirectLight*:LightSampling*-Photons.CellsBeyondOneGigabyteEndTheProcess"
+    threaded+=":FrameTest*:DirectLight*:LightSampling*:Hair*-Photons.CellsBeyondOneGigabyteEndTheProcess"
     exec "$dir/tests/lv_tests" --gtest_filter="${LV_THREAD_TESTS:-$threaded}"
 fi
 mkdir -p "$dir"
