@@ -7,6 +7,7 @@
 #include "core/report.h"
 #include "core/stages.h"
 #include "lights/lights.h"
+#include "render/aovs.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ void preparePointLight(PointLight& light, Vector center, float radius) {
         if (light.photon > 0) light.photonPower = light.color * (kTwoPi * (1.0f - light.coneCosine));
         frameAround(light.frame, normalized(toCenter));
     }
-    sizeAovs(light.aovs);
+    prepareLightAovs(light.aovs);
     light.innerRadians = light.innerAngle * kDegree;
     light.outerRadians = light.outerAngle * kDegree;
 }
@@ -53,20 +54,10 @@ void prepareParallelLight(ParallelLight& light, float radius) {
     frameAround(light.frame, normalized(light.axis()));
     if (light.photon > 0) light.photonPower = light.color * (kPi * radius * radius);
     light.blurCosine = std::cos(light.blur * kDegree);
-    sizeAovs(light.aovs);
+    prepareLightAovs(light.aovs);
 }
 
 }  // namespace
-
-void sizeAovs(std::vector<Aov>& aovs) {
-    if (registry.cameras.empty()) return;
-    const Camera& camera = registry.cameras[size_t(registry.currentCamera)];
-    for (Aov& aov : aovs) {
-        aov.width = camera.width;
-        aov.height = camera.height;
-        SizeImage(aov.image, camera.width, camera.height, 3, 32, false);
-    }
-}
 
 void prepareGaffer() {
     for (PointLight& light : registry.pointLights)

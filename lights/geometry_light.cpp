@@ -13,6 +13,7 @@
 #include "geometry/surface_sampling.h"
 #include "geometry/traversal.h"
 #include "lv.h"
+#include "render/aovs.h"
 #include "shading/images.h"
 
 namespace {
@@ -109,7 +110,7 @@ void prepareGeometryLight() {
         }
     }
     drawPoints(root);
-    sizeAovs(registry.geometryLightAOVs);
+    prepareLightAovs(registry.geometryLightAOVs);
     reportReal("geometry light area  ", photonArea, "m x m");
     reportCount("geometry light sample", values.sample, "n/a");
     reportRule();

@@ -23,9 +23,6 @@ void resolveLink(ShaderLink& link);
 // True when the link lets the light reach `shader`.
 bool linkAllows(const ShaderLink& link, uint32_t shader);
 
-// Gives light AOVs the size of the camera that will render.
-void sizeAovs(std::vector<Aov>& aovs);
-
 // What point and parallel lights share, in this order.
 struct DeltaLight {
     virtual void reset() = 0;

@@ -9,6 +9,7 @@
 #include "core/report.h"
 #include "core/stages.h"
 #include "lights/lights.h"
+#include "render/aovs.h"
 #include "shading/images.h"
 
 namespace {
@@ -147,7 +148,7 @@ void prepareSkyLight() {
         sky.sample = 0;
     }
 
-    sizeAovs(registry.skyLightAOVs);
+    prepareLightAovs(registry.skyLightAOVs);
     skyImageStatistics = imageStatistics(sky.image);
 
     reportCount("sky light map width   ", sky.image.width, "n/a");

@@ -8,6 +8,7 @@
 #include "lv.h"
 #include "photons/density_estimator.h"
 #include "photons/photon_tree.h"
+#include "render/aovs.h"
 #include "render/child_ray.h"
 #include "shading/hair_scattering.h"
 #include "shading/hit_shading.h"
@@ -86,6 +87,7 @@ void addGlossy(const RayState& ray, const HitRecord& hit) {
     const Color E = hit.glossy * ray.throughput;
     if (belowCutoff(E)) return;
     if (ray.kind == kCylinder) return addFibreGlossy(ray, hit, E);
+    connectPhotonToCamera(ray, hit, hit.glossy * ray.power);
 
     const Vector h = normalized(sampleHalfVector(hit, ownSampler(ray)));
     const float c = -dot(h, ray.direction);

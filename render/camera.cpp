@@ -1,5 +1,7 @@
 #include "render/camera.h"
 
+#include "render/aovs.h"
+
 #include <omp.h>
 #include <unistd.h>
 
@@ -14,6 +16,7 @@
 #include "core/report.h"
 #include "core/stages.h"
 #include "lv.h"
+#include "render/aovs.h"
 
 void preparePose(CameraPose& pose, float width) {
     const Vector u = normalized(pose.upVector);
@@ -122,12 +125,6 @@ void refuseOversizedSensor(const Camera& camera) {
     std::exit(1);
 }
 
-void allocateAov(Aov& aov, int width, int height) {
-    aov.width = width;
-    aov.height = height;
-    SizeImage(aov.image, width, height, 3, 32, false);
-    aov.shaderIndex = -1;
-}
 
 }  // namespace
 
@@ -148,7 +145,7 @@ void prepareCameras() {
                           a.bokeh == b.bokeh && a.fieldOfView == b.fieldOfView);
         uint32_t bytes = 0;
         for (Aov& aov : camera.aovs) {
-            allocateAov(aov, camera.width, camera.height);
+            prepareAov(aov, camera.width, camera.height);
             bytes += imageBytes(aov.image);
         }
         reportCount("camera sensor width ", camera.width, "pixels");

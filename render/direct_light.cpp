@@ -9,6 +9,7 @@
 #include "lights/geometry_light.h"
 #include "lights/lights.h"
 #include "lights/sky_light.h"
+#include "render/aovs.h"
 #include "render/occlusion.h"
 #include "shading/hair_scattering.h"
 #include "shading/lobes.h"
@@ -16,6 +17,12 @@
 namespace {
 
 inline float mean(Color c) { return (c.x + c.y + c.z) / 3.0f; }
+
+// A light's direct contribution, also added to its AOVs when it has any.
+LobeBundle intoAovs(std::vector<Aov>& aovs, const RayState& ray, const HitRecord& hit, const LobeBundle& b) {
+    if (!aovs.empty()) writeLightAovs(aovs, ray, hit, b);
+    return b;
+}
 
 // Where one light sample is taken from: the hit itself, or a point that the
 // diffusion draw found beside it, with that draw's weight on the diffuse
@@ -282,7 +289,7 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
     if (sky.sample < 1 || !linkAllows(registry.skyLightLink, ray.shader)) return {};
     const LightContext c = lightContext(ray, hit);
     const Distribution& texels = skyDistribution();
-    return sampleLight(c, sky.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
+    const LobeBundle b = sampleLight(c, sky.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
         const uint32_t i = total ? index : ray.sample_index;
         const float u = rotated(radicalInverse(i, ray.dimension), ray.sequence_shift[total ? 1 : 0]);
         const int code = sample(texels, u);
@@ -317,14 +324,16 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         return balancedSample(c, origin, l, a, radiance * (2.0f * std::fabs(a) / (P * kPi)) * ray.throughput, P,
                               1.0f, 1.0f);
     });
+    return intoAovs(registry.skyLightAOVs, ray, hit, b);
 }
 
 LobeBundle gafferDirect(const RayState& ray, const HitRecord& hit) {
     LobeBundle sum;
     if (registry.pointLights.empty() && registry.parallelLights.empty()) return sum;
     const LightContext c = lightContext(ray, hit);
-    for (const PointLight& light : registry.pointLights) sum += pointDirect(c, light);
-    for (const ParallelLight& light : registry.parallelLights) sum += parallelDirect(c, light);
+    for (PointLight& light : registry.pointLights) sum += intoAovs(light.aovs, ray, hit, pointDirect(c, light));
+    for (ParallelLight& light : registry.parallelLights)
+        sum += intoAovs(light.aovs, ray, hit, parallelDirect(c, light));
     return sum;
 }
 

@@ -8,6 +8,7 @@
 #include "lights/sky_light.h"
 #include "lv.h"
 #include "photons/density_estimator.h"
+#include "render/aovs.h"
 #include "render/child_ray.h"
 #include "shading/hair_scattering.h"
 #include "shading/images.h"
@@ -16,18 +17,6 @@
 namespace {
 
 inline bool outsideBody(const RayState& ray) { return std::fabs(ray.ior - 1.0f) < 1e-8f; }
-
-// Adds `value` x throughput / split to the pixel of the ray in an AOV, when
-// its image has been sized.
-void addToAov(Aov& aov, const RayState& ray, Color value) {
-    std::vector<float>& store = aov.image.floatStore;
-    const size_t at = size_t(registry.threadPixelIndex[ray.thread]) * size_t(aov.image.channels);
-    if (aov.image.channels < 3 || at + 3 > store.size()) return;
-    const Color v = value * ray.throughput / float(ray.split);
-    store[at] += v.x;
-    store[at + 1] += v.y;
-    store[at + 2] += v.z;
-}
 
 // The density of the bounce that made the ray, seen from its parent hit.
 float bounceDensity(const RayState& ray) {
@@ -66,19 +55,6 @@ float bounceWeight(const RayState& ray, float pl, int lightSamples, int lobeSamp
     return pb / (pl + pb);
 }
 
-// The geometry-light AOV that a lobe tag feeds.
-uint32_t lobeChannel(uint8_t lobe) {
-    switch (lobe) {
-    case kTagLambertian: return LV_CHANNEL_LAMBERTIAN;
-    case kTagDiffuseTransmission: return LV_CHANNEL_TRANSMISSIVE;
-    case kTagGlossyReflection:
-    case kTagGlossyTransmission: return LV_CHANNEL_GLOSSY;
-    case kTagSpecularReflection:
-    case kTagSpecularTransmission: return LV_CHANNEL_SPECULAR;
-    default: return 0;
-    }
-}
-
 }  // namespace
 
 float emissionWeight(const RayState& ray, const HitRecord& hit) {
@@ -110,12 +86,7 @@ Color emission(const RayState& ray, const HitRecord& hit) {
     const Color r = layer.window ? skyRadiance(ray.direction) : elementColor(layer.elements[LV_ELEMENT_EMISSIVE], hit.uv);
     if (!isBlack(r)) e += r * emissionWeight(ray, hit);
 
-    if (!registry.geometryLightAOVs.empty()) {
-        const uint32_t channel = lobeChannel(ray.lobe);
-        for (Aov& aov : registry.geometryLightAOVs)
-            if (aov.channel == channel && (aov.shaderIndex == -1 || aov.shaderIndex == int(ray.shader)))
-                addToAov(aov, ray, e);
-    }
+    if (!registry.geometryLightAOVs.empty()) writeGeometryLightAovs(ray, e);
     return e * hit.fresnel_complement;
 }
 

@@ -1,6 +1,7 @@
 // The `camera` block with its `pose` blocks, and the `aov` block that cameras
 // and lights share.
 #include "core/registry.h"
+#include "lv.h"
 #include "scene/block_parsers.h"
 
 namespace {
@@ -75,14 +76,16 @@ constexpr ChannelWord kChannelWords[] = {
     {"depth", 16384},      {"light_path", 2},
 };
 
-// A known word adds its bit to the channel word; any other names per-vertex
-// data and replaces the whole word with the user channel.
+// The first known word replaces the start value 1 (the beauty bit, which no
+// known word has) with its own bit, so that `type "normal"` alone asks for
+// normals; later known words add their bits. Any other word names
+// per-vertex data and replaces the whole word with the user channel.
 void readAovType(SceneInput&, std::istream& line, Aov& aov) {
     std::string type;
     ReadQuoted(line, type);
     const uint32_t bit = aovChannelBit(type);
     if (bit != 0) {
-        aov.channel |= bit;
+        aov.channel = aov.channel == LV_CHANNEL_BEAUTY ? bit : aov.channel | bit;
     } else {
         aov.channel = 32768;
         aov.userData = type;

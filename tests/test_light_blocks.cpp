@@ -38,7 +38,7 @@ TEST_F(LightBlocks, PointLightKeywordsFillTheAppendedRecord) {
     EXPECT_TRUE(p.link.indices.empty());
     ASSERT_EQ(p.aovs.size(), 1u);
     EXPECT_EQ(p.aovs[0].image.name, "lamp.hdr");
-    EXPECT_EQ(p.aovs[0].channel, 1u + 4 + 2);
+    EXPECT_EQ(p.aovs[0].channel, 4u + 2);
 }
 
 TEST_F(LightBlocks, ParallelLightKeywordsFillTheAppendedRecord) {
@@ -53,7 +53,7 @@ TEST_F(LightBlocks, ParallelLightKeywordsFillTheAppendedRecord) {
     EXPECT_EQ(l.photon, 3000000000LL);
     EXPECT_EQ(l.link.names, (Names{"glass", "glass", "wood"}));
     ASSERT_EQ(l.aovs.size(), 1u);
-    EXPECT_EQ(l.aovs[0].channel, 1u + 4 + 2);
+    EXPECT_EQ(l.aovs[0].channel, 4u + 2);
 }
 
 TEST_F(LightBlocks, UnsetKeywordsKeepTheDefaults) {

@@ -62,13 +62,17 @@ TEST_F(SceneBlocks, CameraKeywordsPosesAndAovs) {
         "aov\n image \"n.hdr\"\n shader \"glass\"\n type \"normal\"\nend\n"
         "aov\n type \"lambertian\"\n type \"glossy_color\"\n type \"light_path\"\nend\n"
         "aov\n type \"normal\"\n type \"wetness\"\nend\n"
-        "aov\n type \"wetness\"\n type \"depth\"\nend\n");
-    ASSERT_EQ(a.aovs.size(), 5u);
+        "aov\n type \"wetness\"\n type \"depth\"\nend\n"
+        "aov\n image \"plain.hdr\"\nend\n");
+    ASSERT_EQ(a.aovs.size(), 6u);
     EXPECT_EQ(a.aovs[0].image.name, "beauty.hdr");
     EXPECT_EQ((std::vector<std::string>{a.aovs[1].image.name, a.aovs[1].shaderFilter, a.aovs[1].userData}),
               (std::vector<std::string>{"n.hdr", "glass", "undefined"}));
-    EXPECT_EQ((std::vector<uint32_t>{a.aovs[1].channel, a.aovs[2].channel, a.aovs[3].channel, a.aovs[4].channel}),
-              (std::vector<uint32_t>{2049, 1 + 4 + 128 + 2, 32768, 32768 + 16384}));
+    // The first known word replaces the start value; a block without a type
+    // keeps it.
+    EXPECT_EQ((std::vector<uint32_t>{a.aovs[1].channel, a.aovs[2].channel, a.aovs[3].channel, a.aovs[4].channel,
+                                     a.aovs[5].channel}),
+              (std::vector<uint32_t>{2048, 4 + 128 + 2, 32768, 32768 + 16384, 1}));
     EXPECT_EQ(a.aovs[3].userData, "wetness");
 }
 
