@@ -78,7 +78,7 @@ LV_API void lvGo(const char* directory) {
     }
     if (camera) {
         if (registry.previewWindow) {
-            runPreview();
+            openPreview();
             reportMessage("         click to close the preview window. happy rendering. thank you!         ");
             reportRule();
         } else {

@@ -1,7 +1,15 @@
-// The preview window that shows the image as it refines.
+// The preview window: the beauty image shown as it refines, with the frames
+// rendered between the window's events.
 #pragma once
 
-// Opens the window and runs its loop, which calls the frame function when idle.
-void runPreview();
-// Draws the current image into the window.
+// Opens the window of the current camera's size and runs its event loop,
+// which renders a frame whenever it is idle. Without a window system (a build
+// without one, or no display to open) it says so and renders the frames
+// without a window.
+void openPreview();
+// Draws the first camera's beauty image into the window, linear.
 void displayPreview();
+// Draws the image and asks the window to draw again: the end of every frame.
+void refreshPreview();
+// Writes the running mean of the beauty image when the window closes.
+void closePreview();

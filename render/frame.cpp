@@ -121,7 +121,7 @@ void renderFrame() {
         reportPerformance();
         if (registry.frameCounter == unsigned(camera.sample)) endOfRender();
     }
-    if (registry.previewWindow) displayPreview();
+    if (registry.previewWindow) refreshPreview();
 }
 
 extern "C" {
@@ -129,7 +129,7 @@ extern "C" {
 LV_API void lvRender(void) {
     registry.frameCounter = 0;
     if (registry.previewWindow) {
-        runPreview();
+        openPreview();
         return;
     }
     const Camera* camera = registry.currentCameraRecord;
