@@ -12,7 +12,8 @@
 # geometry) with files to lay over the scene's own: a file replaces the one of
 # the same name, and a new name is added. The example is copied to a scratch
 # directory, the variant laid over the copy and the copy rendered; its images
-# come back as beauty-VARIANT.hdr and beauty-VARIANT.png. The plain render
+# come back as beauty-VARIANT.hdr and beauty-VARIANT.png, and so do the other
+# AOVs that the variant asks for (NAME-VARIANT.hdr). The plain render
 # never sees a variant, as only those five subfolders are read.
 set -euo pipefail
 source "$(dirname "$0")/deps.sh"
@@ -64,6 +65,10 @@ for sub in "${subfolders[@]}"; do
     fi
 done
 "$lv_root/build/lumivane" "$work"
-cp "$work/beauty.hdr" "$scene/beauty-$variant.hdr"
-"$lv_root/build/lvimage" "$scene/beauty-$variant.hdr" "$scene/beauty-$variant.png"
-echo "rendered examples/$name with its $variant variant into beauty-$variant.hdr, and beauty-$variant.png for viewing"
+# Every image of the run comes back (the beauty and any other AOVs).
+for image in "$work"/*.hdr; do
+    stem="$(basename "$image" .hdr)"
+    cp "$image" "$scene/$stem-$variant.hdr"
+    "$lv_root/build/lvimage" "$scene/$stem-$variant.hdr" "$scene/$stem-$variant.png"
+done
+echo "rendered examples/$name with its $variant variant into beauty-$variant.hdr (and its other images), with a .png of each for viewing"
