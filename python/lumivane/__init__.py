@@ -209,7 +209,11 @@ def _bind(library, line):
 
 
 library_path = find_library()
-_library = ctypes.CDLL(library_path)
+try:
+    _library = ctypes.CDLL(library_path)
+except OSError as error:
+    raise ImportError(f"lumivane cannot load {library_path} ({error}); build the library, install it, "
+                      "or name it in the environment variable LUMIVANE_LIBRARY") from error
 exported_names = []
 for _line in DECLARATIONS.strip().splitlines():
     _function = _bind(_library, _line)
