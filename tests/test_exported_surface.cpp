@@ -153,6 +153,8 @@ TEST_F(ExportedSurfaceTest, CameraAndLightAovSetters) {
     lvSetCameraAOVUserData(camera, aov, "weights");
     const Camera& c = registry.cameras[0];
     EXPECT_EQ(c.name, "front");
+    lvSetCameraName(camera, c.name.c_str() + 2);   // a part of the name it replaces
+    EXPECT_EQ(c.name, "ont");
     EXPECT_EQ((std::vector<float>(c.exposure, c.exposure + 3)), (std::vector<float>{2, 3, 4}));
     EXPECT_EQ(c.angleMeasure, 1);
     EXPECT_EQ(aov, 1);
