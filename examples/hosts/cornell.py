@@ -102,23 +102,9 @@ def describe():
     lv.lvSetCameraResolution(camera, 256, 256)
     lv.lvSetCameraSample(camera, 16)
     lv.lvSetCameraProjection(camera, lv.Projection.PERSPECTIVE)
-    for time in (0, 1):
-        lv.lvSetCameraTime(camera, time)
-        lv.lvSetCameraPosition(camera, 0, 1, 3.4)
-        lv.lvSetCameraTarget(camera, 0, 1, 0)
-        lv.lvSetCameraUpVector(camera, 0, 1, 0)
-        lv.lvSetCameraFOV(camera, 38)
+    lv.still_pose(camera, (0, 1, 3.4), (0, 1, 0), (0, 1, 0), 38)
     return camera
 
 
-def main():
-    lv.lvStartup()
-    describe()
-    lv.lvInitialize()
-    lv.lvRender()
-    lv.lvFinalize()
-    lv.lvShutdown()
-
-
 if __name__ == "__main__":
-    main()
+    lv.render(describe)

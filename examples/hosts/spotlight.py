@@ -102,23 +102,9 @@ def describe():
     lv.lvSetCameraResolution(camera, 640, 480)
     lv.lvSetCameraSample(camera, 16)
     lv.lvSetCameraProjection(camera, lv.Projection.PERSPECTIVE)
-    for time in (0, 1):
-        lv.lvSetCameraTime(camera, time)
-        lv.lvSetCameraPosition(camera, 0, 1.5, 5.0)
-        lv.lvSetCameraTarget(camera, 0, 0.6, 0)
-        lv.lvSetCameraUpVector(camera, 0, 1, 0)
-        lv.lvSetCameraFOV(camera, 40)
+    lv.still_pose(camera, (0, 1.5, 5.0), (0, 0.6, 0), (0, 1, 0), 40)
     return camera
 
 
-def main():
-    lv.lvStartup()
-    describe()
-    lv.lvInitialize()
-    lv.lvRender()
-    lv.lvFinalize()
-    lv.lvShutdown()
-
-
 if __name__ == "__main__":
-    main()
+    lv.render(describe)

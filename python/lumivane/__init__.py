@@ -10,8 +10,10 @@ None. Enumerations are IntEnums named as in lv.h without the prefix
 (``Element.LAMBERTIAN`` for ``LV_ELEMENT_LAMBERTIAN``); the C names exist too.
 
 On top of that: ``go(directory)`` renders a scene directory as the
-command-line host does, ``render_pixels(...)`` returns one pass as an array,
-and ``read_image(path)`` reads a rendered ``.pfm`` or ``.hdr`` image back.
+command-line host does, ``render(describe)`` runs a whole scene that a
+function describes, ``still_pose(...)`` gives a camera one pose for the whole
+frame time, ``render_pixels(...)`` returns one pass as an array, and
+``read_image(path)`` reads a rendered ``.pfm`` or ``.hdr`` image back.
 
 The library is found, in this order, through the environment variable
 ``LUMIVANE_LIBRARY`` (the path of liblv.so or of its folder), in the build
@@ -32,7 +34,7 @@ from .images import read_image
 from .library import find_library
 from .surface import DECLARATIONS
 
-__all__ = ["go", "render_pixels", "read_image", "library_path", "exported_names",
+__all__ = ["go", "render", "still_pose", "render_pixels", "read_image", "library_path", "exported_names",
            "Channel", "Projection", "AngleMeasure", "Element", "Material", "Sideness", "Visibility"]
 
 
@@ -246,3 +248,29 @@ def go(directory):
         lvGo("./")  # noqa: F821 (bound above)
     finally:
         os.chdir(home)
+
+
+def render(describe):
+    """Runs one scene from start-up to shut-down: describe() makes it through
+    the lv... functions, then it is prepared, rendered and released, its
+    images written. Returns what describe returned."""
+    lvStartup()  # noqa: F821 (bound above)
+    try:
+        described = describe()
+        lvInitialize()  # noqa: F821
+        lvRender()  # noqa: F821
+    finally:
+        lvFinalize()  # noqa: F821
+        lvShutdown()  # noqa: F821
+    return described
+
+
+def still_pose(camera, position, target, up_vector, fov):
+    """Gives both poses of a camera the same position, target, up vector and
+    field of view (degrees): a camera that stands still over the frame."""
+    for time in (0, 1):
+        lvSetCameraTime(camera, time)  # noqa: F821
+        lvSetCameraPosition(camera, *position)  # noqa: F821
+        lvSetCameraTarget(camera, *target)  # noqa: F821
+        lvSetCameraUpVector(camera, *up_vector)  # noqa: F821
+        lvSetCameraFOV(camera, fov)  # noqa: F821

@@ -39,19 +39,18 @@ def render_directory(example, into, width, height, frames):
 
 
 def render_in_code(describe, into, width, height, frames):
-    """Renders the scene that DESCRIBE makes, into the folder INTO."""
-    into.mkdir()
-    home = Path.cwd()
-    try:
-        os.chdir(into)
-        lv.lvStartup()
+    """Renders the scene that DESCRIBE makes, its camera at WIDTH x HEIGHT
+    pixels and FRAMES frames, into the folder INTO."""
+    def smaller():
         camera = describe()
         lv.lvSetCameraResolution(camera, width, height)
         lv.lvSetCameraSample(camera, frames)
-        lv.lvInitialize()
-        lv.lvRender()
-        lv.lvFinalize()
-        lv.lvShutdown()
+
+    into.mkdir()
+    home = Path.cwd()
+    os.chdir(into)
+    try:
+        lv.render(smaller)
     finally:
         os.chdir(home)
     return lv.read_image(into / "beauty.hdr")

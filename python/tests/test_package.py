@@ -58,12 +58,7 @@ def _panel_scene():
     aov = lv.lvAddCameraAOV(camera)
     lv.lvSetCameraAOVName(camera, aov, b"emission.hdr")
     lv.lvSetCameraAOVChannel(camera, aov, lv.Channel.EMISSIVE)
-    for time in (0, 1):
-        lv.lvSetCameraTime(camera, time)
-        lv.lvSetCameraPosition(camera, 0, 0, 5)
-        lv.lvSetCameraTarget(camera, 0, 0, 0)
-        lv.lvSetCameraUpVector(camera, 0, 1, 0)
-        lv.lvSetCameraFOV(camera, 40)
+    lv.still_pose(camera, (0, 0, 5), (0, 0, 0), (0, 1, 0), 40)
 
 
 def test_arrays_matrices_passes_and_images(scratch, capfd):
