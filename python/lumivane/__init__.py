@@ -105,9 +105,6 @@ class Visibility(enum.IntEnum):
     ALL = 3
 
 
-_ENUMS = {"Channel": Channel, "Projection": Projection, "AngleMeasure": AngleMeasure, "Element": Element,
-          "Material": Material, "Sideness": Sideness, "Visibility": Visibility}
-
 # The C names of the enumerators, LV_CHANNEL_BEAUTY and the like.
 _C_PREFIXES = {Channel: "LV_CHANNEL_", Projection: "LV_PROJECTION_", AngleMeasure: "LV_ANGLE_",
                Element: "LV_ELEMENT_", Material: "LV_MATERIAL_", Sideness: "LV_SIDENESS_",
@@ -162,8 +159,9 @@ _ARGUMENTS = {
     "const float (*)[4]": (ctypes.POINTER(ctypes.c_float), _matrix(4, 4)),
     "const float (*)[3]": (ctypes.POINTER(ctypes.c_float), _matrix(3, 3)),
 }
-for _name, _enum in _ENUMS.items():
-    _ARGUMENTS[_name] = (ctypes.c_int, lambda v: (None, int(v)))
+# Enumerations pass as ints; their members are ints already.
+for _enum in _C_PREFIXES:
+    _ARGUMENTS[_enum.__name__] = (ctypes.c_int, None)
 
 _RESULTS = {"void": None, "int": ctypes.c_int}
 

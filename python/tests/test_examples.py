@@ -5,6 +5,7 @@ import subprocess
 
 import pytest
 
+import lumivane as lv
 from conftest import BUILD, assert_same_within_noise, example_host, render_directory, render_in_code
 
 
@@ -25,7 +26,6 @@ def test_spotlight_in_python_renders_as_its_directory(tmp_path, spotlight_direct
 
 
 def test_spotlight_in_c_renders_as_its_directory(tmp_path, spotlight_directory):
-    import lumivane as lv
     host = BUILD / "example-spotlight-host"
     if not host.exists():
         pytest.skip(f"no {host}: the C host is built with the library")
