@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds lumivane with its tests and runs the whole suite under CTest.
-# With --sanitize the build uses AddressSanitizer and UndefinedBehaviorSanitizer.
+# After the C tests, pytest runs the tests of the Python package (python/).
+# With --sanitize the build uses AddressSanitizer and UndefinedBehaviorSanitizer,
+# and the Python tests are left out.
 # With --thread it uses ThreadSanitizer (built with clang) and runs the tests
 # that work on several threads, with the races that lumivane accepts
 # suppressed by tests/tsan.supp.
@@ -35,3 +37,17 @@ mkdir -p "$dir"
 lv_build "$dir" "${flags[@]}"
 cd "$dir"
 ctest --output-on-failure -j "$(nproc)"
+# The Python package, installed as a user installs it into a virtual
+# environment that sees Debian's numpy and pytest, and tested against the
+# library of this build. A library built with the sanitizers cannot be loaded
+# by Python without their runtimes preloaded, so that run leaves it out.
+if [ "${1:-}" != "--sanitize" ]; then
+    lv_install_missing python3-numpy python3-pytest python3-venv python3-wheel
+    venv="$dir/python-venv"
+    /usr/bin/python3 -m venv --system-site-packages "$venv"
+    package="$(mktemp -d "${TMPDIR:-/tmp}/lumivane-python.XXXXXX")"
+    trap 'rm -rf "$package"' EXIT
+    cp -R "$lv_root/python/." "$package/"
+    "$venv/bin/pip" install --quiet --no-index --no-build-isolation --force-reinstall --no-deps "$package"
+    LUMIVANE_LIBRARY="$dir/liblv.so" "$venv/bin/python" -m pytest -q -p no:cacheprovider "$lv_root/python/tests"
+fi
