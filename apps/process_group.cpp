@@ -17,6 +17,7 @@
 namespace {
 
 bool joined = false;
+bool exchanged = false;   // the photons were gathered: the scene was rendered
 double exchangeSeconds = 0.0;
 // Set on rank 0 once its images hold every process's passes: from then on
 // the end of another process no longer matters.
@@ -97,6 +98,7 @@ void checkSameScene() {
 // cells summed on rank 0 and sent back, so that all hold the same bits.
 void gatherPhotons() {
     checkSameScene();
+    exchanged = true;
     const Timer timer;
     const int size = registry.processes.size;
     std::vector<Photon>& photons = registry.photons;
@@ -208,7 +210,7 @@ bool agreeToRender(const std::string& problem) {
 
 void leaveGroup() {
     if (!joined) return;
-    if (inGroup() && registry.processes.rank == 0)
+    if (exchanged && registry.processes.rank == 0)
         std::fprintf(stderr, "lumivane: %d processes, %.4f seconds in communication on rank 0\n",
                      registry.processes.size, exchangeSeconds);
     MPI_Barrier(MPI_COMM_WORLD);
