@@ -127,8 +127,5 @@ int main(int argc, char** argv) {
 
     if (preview) lvSetPreviewWindow(true);
     lvGo("./");
-#if LV_MPI
-    leaveGroup();
-#endif
     return 0;
 }

@@ -168,11 +168,17 @@ void joinGroup(int& argc, char**& argv) {
     // hand has no such variable and stays alone.
     if (!std::getenv("OMPI_COMM_WORLD_SIZE")) return;
     MPI_Init(&argc, &argv);
+    int size = 1;
+    MPI_Comm_size(MPI_COMM_WORLD, &size);
+    // A job of one process renders as a process started by hand does.
+    if (size < 2) {
+        MPI_Finalize();
+        return;
+    }
     joined = true;
     ProcessGroup& group = registry.processes;
+    group.size = size;
     MPI_Comm_rank(MPI_COMM_WORLD, &group.rank);
-    MPI_Comm_size(MPI_COMM_WORLD, &group.size);
-    if (group.size < 2) return;
     group.gatherPhotons = gatherPhotons;
     group.combineAovs = combineAovs;
     std::signal(SIGTERM, onTerminate);
@@ -186,10 +192,9 @@ void joinGroup(int& argc, char**& argv) {
     }
 }
 
-bool inGroup() { return joined && registry.processes.size > 1; }
+bool inGroup() { return joined; }
 
 bool agreeToRender(const std::string& problem) {
-    if (!inGroup()) return problem.empty();
     constexpr int kLength = 512;
     char own[kLength] = {};
     std::snprintf(own, kLength, "%s", problem.c_str());

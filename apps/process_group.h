@@ -6,14 +6,15 @@
 
 #include <string>
 
-// Joins the group when mpirun started this process (a process started
-// otherwise stays alone and untouched). Ranks other than 0 send their report
-// nowhere. With more than one process the library's exchanges are set.
+// Joins the group when mpirun started this process among several (a process
+// started otherwise, or alone, stays as it is). Ranks other than 0 send
+// their report nowhere; the library's exchanges are set.
 void joinGroup(int& argc, char**& argv);
-// True when the group has more than one process.
+// True when this process is one of a group.
 bool inGroup();
-// Every process's problem with the scene ("" for none). True when all can
-// render; otherwise rank 0 reports each process's problem as an error.
+// In a group: every process's problem with the scene ("" for none). True
+// when all can render; otherwise rank 0 reports each process's problem as an
+// error.
 bool agreeToRender(const std::string& problem);
 // Waits for every process and leaves the group. Rank 0 of a group notes on
 // standard error how long its exchanges took.
