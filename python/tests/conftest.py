@@ -1,7 +1,8 @@
 """What the tests of the Python package share: the source tree, the build
 folder beside the library they load, and renders of example scenes."""
 
-import importlib.util
+import importlib
+import sys
 import os
 import re
 import shutil
@@ -18,10 +19,10 @@ BUILD = Path(lv.library_path).resolve().parent
 
 def example_host(name):
     """The module examples/hosts/NAME.py, which describes an example in code."""
-    spec = importlib.util.spec_from_file_location(f"host_{name}", ROOT / "examples" / "hosts" / f"{name}.py")
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module
+    hosts = str(ROOT / "examples" / "hosts")
+    if hosts not in sys.path:
+        sys.path.insert(0, hosts)
+    return importlib.import_module(name)
 
 
 def render_directory(example, into, width, height, frames):
