@@ -3,6 +3,10 @@
 // The scene directory becomes the working directory, so that the file names
 // that scene files give resolve against it and the images are written into
 // it; the library is then handed "./".
+//
+// Built with Open MPI and started by mpirun, the processes of the job render
+// the one scene together (apps/process_group.h); rank 0 writes the images
+// and prints the report.
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +17,9 @@
 #include <string>
 
 #include "lv.h"
+#if LV_MPI
+#include "process_group.h"
+#endif
 
 
 namespace {
@@ -56,6 +63,17 @@ bool holdsSceneFolders(const std::string& path) {
     return false;
 }
 
+// Empty when the scene directory is usable and has been entered, else why not.
+std::string sceneProblem(const std::string& directory) {
+    const std::string problem = unusableDirectory(directory);
+    if (!problem.empty()) return "cannot read scene directory '" + directory + "': " + problem;
+    if (!holdsSceneFolders(directory))
+        return "'" + directory + "' holds none of the scene folders shader, render, light, camera, geometry";
+    if (chdir(directory.c_str()) != 0)
+        return "cannot enter scene directory '" + directory + "': " + std::strerror(errno);
+    return "";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -88,12 +106,24 @@ int main(int argc, char** argv) {
     }
 
     if (!haveDirectory) return fail("no scene directory given (try 'lumivane --help')");
-    const std::string problem = unusableDirectory(directory);
-    if (!problem.empty()) return fail("cannot read scene directory '" + directory + "': " + problem);
-    if (!holdsSceneFolders(directory))
-        return fail("'" + directory + "' holds none of the scene folders shader, render, light, camera, geometry");
-    if (chdir(directory.c_str()) != 0)
-        return fail("cannot enter scene directory '" + directory + "': " + std::strerror(errno));
+#if LV_MPI
+    joinGroup(argc, argv);
+    if (inGroup()) {
+        // Every process checks its own copy of the scene; one that cannot
+        // render stops them all before anything is read.
+        std::string problem = sceneProblem(directory);
+        if (problem.empty() && preview) problem = "the preview window needs a single process";
+        if (!agreeToRender(problem)) {
+            leaveGroup();
+            return 1;
+        }
+        lvGo("./");
+        leaveGroup();
+        return 0;
+    }
+#endif
+    const std::string problem = sceneProblem(directory);
+    if (!problem.empty()) return fail(problem);
 
     if (preview) lvSetPreviewWindow(true);
     lvGo("./");

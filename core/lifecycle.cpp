@@ -17,7 +17,9 @@ void addDefaultShader();
 
 }  // namespace
 
+// Of several processes, rank 0 alone holds the combined images and writes.
 void writeAovs(const std::vector<Aov>& aovs) {
+    if (registry.processes.rank != 0) return;
     for (const Aov& aov : aovs) writeImage(aov.image);
 }
 

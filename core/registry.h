@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/constants.h"
+#include "core/processes.h"
 #include "core/records.h"
 #include "geometry/object.h"
 #include "lights/geometry_light.h"
@@ -104,6 +105,8 @@ struct Registry {
     uint64_t rayCount = 0;
     uint64_t shadowRayCount = 0;
     std::string sceneDirectory;
+    // The processes that render this scene together; set by the host.
+    ProcessGroup processes;
 
     // Lights that exist once per scene.
     GeometryLightValues geometryLight;

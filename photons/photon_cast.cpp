@@ -32,15 +32,19 @@ void cast(uint64_t count, uint64_t offset, Emit emit) {
     const uint64_t t0 = systemTime100ns();
     // Fewer than 100 photons report each one.
     const uint64_t step = count >= 100 ? count / 100 : 1;
+    // Of several processes, each casts every size-th photon from its rank.
+    const uint64_t rank = uint64_t(registry.processes.rank), size = uint64_t(registry.processes.size);
+    const uint64_t share = count > rank ? (count - rank + size - 1) / size : 0;
 #pragma omp parallel for schedule(dynamic, 1)
-    for (int64_t i = 0; i < int64_t(count); ++i) {
+    for (int64_t k = 0; k < int64_t(share); ++k) {
+        const uint64_t i = rank + uint64_t(k) * size;
         RayState ray = freshRay();
         ray.thread = uint8_t(omp_get_thread_num());
-        emit(ray, offset + uint64_t(i));
+        emit(ray, offset + i);
         if (largestChannel(ray.power) > 0.0f) tracePhoton(ray);
-        if (uint64_t(i) % step == 0) {
+        if (i % step == 0) {
 #pragma omp critical(photon_progress)
-            reportProgress("photon cast ", (long long)(100 * uint64_t(i) / count), "%");
+            reportProgress("photon cast ", (long long)(100 * i / count), "%");
         }
     }
     const uint64_t t1 = systemTime100ns();

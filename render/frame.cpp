@@ -69,7 +69,9 @@ void reportPerformance() {
 void renderPixels(unsigned sampleIndex) {
     Camera& camera = *registry.currentCameraRecord;
     ImageRecord& image = camera.aovs[0].image;
-    const float s = float(uint16_t(sampleIndex));
+    // The mean runs over this process's own passes: of several, every
+    // size-th pass from its rank.
+    const float s = float(uint16_t(sampleIndex / unsigned(registry.processes.size)));
     runPass(camera, sampleIndex, [&](int, int, uint32_t pixel, Color c) {
         const Color p = storedPixel(image, int(pixel));
         const Color mean{(p.x * s + c.x) / (s + 1.0f), (p.y * s + c.y) / (s + 1.0f), (p.z * s + c.z) / (s + 1.0f)};
@@ -78,6 +80,7 @@ void renderPixels(unsigned sampleIndex) {
 }
 
 void endOfRender() {
+    if (registry.processes.combineAovs) registry.processes.combineAovs();
     Camera& camera = *registry.currentCameraRecord;
     const Aov& beauty = camera.aovs[0];
     const ImageRecord& image = beauty.image;
@@ -105,14 +108,18 @@ void endOfRender() {
 
 void renderFrame() {
     Camera& camera = *registry.currentCameraRecord;
-    if (registry.frameCounter < unsigned(camera.sample)) {
+    if (registry.frameCounter < unsigned(camera.sample) && !ownsIndex(registry.processes, registry.frameCounter)) {
+        // Another process renders this pass.
+        if (++registry.frameCounter == unsigned(camera.sample)) endOfRender();
+    } else if (registry.frameCounter < unsigned(camera.sample)) {
         clearNodeHitCounters();
         registry.elapsedMicroseconds = 0;
         registry.rayCount = 0;
         registry.shadowRayCount = 0;
         std::memset(registry.threadStatistics, 0, sizeof registry.threadStatistics);
         renderPixels(registry.frameCounter);
-        if (registry.frameCounter == 0) {
+        // This process's first pass.
+        if (registry.frameCounter == unsigned(registry.processes.rank)) {
             for (int k = 0; k < 3; ++k)
                 for (int i = 0; i < kMaxThreads; ++i) registry.firstFrameTotals[k] += registry.threadStatistics[k][i];
             reorderHierarchies();

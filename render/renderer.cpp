@@ -37,6 +37,7 @@ void prepareRenderer() {
     uint64_t t0 = systemTime100ns();
     registry.photons.clear();
     castPhotons();
+    if (registry.processes.gatherPhotons) registry.processes.gatherPhotons();
     uint64_t t1 = systemTime100ns();
     reportReal("photon cast   ", double(t1 - t0) / 10000000.0, "seconds");
     reportReal("photon radius ", registry.radius, "m");

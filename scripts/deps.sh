@@ -3,7 +3,7 @@
 # only those that are missing. Sourced by the other scripts.
 set -euo pipefail
 
-lv_packages=(cmake g++ make pkg-config libfreeimage-dev freeglut3-dev libgtest-dev xvfb)
+lv_packages=(cmake g++ make pkg-config libfreeimage-dev freeglut3-dev libgtest-dev xvfb libopenmpi-dev openmpi-bin)
 
 lv_install_missing() {
     local missing=()

@@ -24,10 +24,14 @@ inline std::string slurp(const fs::path& path) {
     return text.str();
 }
 
-inline HostRun runHost(const fs::path& work, const std::string& arguments) {
+// Runs a shell command line in `work`'s files, with its streams captured.
+inline HostRun runCommand(const fs::path& work, const std::string& command) {
     const fs::path out = work / "stdout.txt", err = work / "stderr.txt";
-    const int status = std::system(
-        (quoted(LUMIVANE_EXE) + " " + arguments + " >" + quoted(out) + " 2>" + quoted(err)).c_str());
+    const int status = std::system((command + " >" + quoted(out) + " 2>" + quoted(err)).c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(out), slurp(err)};
+}
+
+inline HostRun runHost(const fs::path& work, const std::string& arguments) {
+    return runCommand(work, quoted(LUMIVANE_EXE) + " " + arguments);
 }
 
