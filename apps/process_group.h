@@ -16,6 +16,6 @@ bool inGroup();
 // when all can render; otherwise rank 0 reports each process's problem as an
 // error.
 bool agreeToRender(const std::string& problem);
-// Waits for every process and leaves the group. Rank 0 of a group notes on
-// standard error how long its exchanges took.
+// Waits for every process and leaves the group. Rank 0 notes on standard
+// error how long its exchanges took, and how long it waited for the others.
 void leaveGroup();

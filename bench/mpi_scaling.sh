@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Renders the Cornell example on one process with one thread, then on two
 # processes started by mpirun with one thread each, and prints the wall
-# times, the speed-up and the seconds that rank 0 spent in communication
-# (the photon gather and the AOV reduction, with any wait for the other
-# process at those two points). The two renders alternate ROUNDS times
+# times, the speed-up, the seconds that rank 0 spent in communication (the
+# photon gather and the AOV reduction) and those it waited for the other
+# process before them. The two renders alternate ROUNDS times
 # (default 3) and the shortest time of each counts, as other work on a shared
 # machine only ever slows a run down. Needs a build with Open MPI:
 #   bash bench/mpi_scaling.sh [BUILD_DIR [ROUNDS]]   (default build-test, 3)
@@ -26,15 +26,18 @@ run() {   # name, then the command; the report goes to $work/name.txt
 }
 
 below() { awk -v a="$1" -v b="$2" 'BEGIN { exit !(b == "" || a < b) }'; }
-one=""; two=""; comm=""
+one=""; two=""; comm=""; wait=""
 for ((k = 1; k <= rounds; ++k)); do
     t1="$(run one "$host")"
     t2="$(run two "$mpirun" --oversubscribe -np 2 "$host")"
     c="$(grep -o '[0-9.]* seconds in communication' "$work/two.err" | cut -d' ' -f1)"
-    printf 'round %d: 1 process %8.3f s, 2 processes %8.3f s (communication %.4f s)\n' "$k" "$t1" "$t2" "$c"
+    w="$(grep -o '[0-9.]* seconds waiting' "$work/two.err" | cut -d' ' -f1)"
+    printf 'round %d: 1 process %8.3f s, 2 processes %8.3f s (communication %.4f s, waiting %.4f s)\n' \
+        "$k" "$t1" "$t2" "$c" "$w"
     if below "$t1" "$one"; then one="$t1"; fi
-    if below "$t2" "$two"; then two="$t2"; comm="$c"; fi
+    if below "$t2" "$two"; then two="$t2"; comm="$c"; wait="$w"; fi
 done
 printf 'cornell, 1 process  x 1 thread : %8.3f s\n' "$one"
-printf 'cornell, 2 processes x 1 thread: %8.3f s (rank 0 in communication %.4f s)\n' "$two" "$comm"
+printf 'cornell, 2 processes x 1 thread: %8.3f s (rank 0 in communication %.4f s, waiting %.4f s)\n' \
+    "$two" "$comm" "$wait"
 printf 'speed-up                       : %8.3f x\n' "$(awk -v a="$one" -v b="$two" 'BEGIN { print a / b }')"
