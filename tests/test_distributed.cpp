@@ -24,7 +24,10 @@ fs::path copyExample(const std::string& name, const fs::path& to,
                      const std::vector<std::pair<std::string, std::string>>& edits) {
     fs::remove_all(to);
     fs::create_directories(to.parent_path());
-    fs::copy(fs::path(LV_SOURCE_DIR) / "examples" / name, to, fs::copy_options::recursive);
+    // The scene is the example's folders; images rendered beside them stay behind.
+    fs::create_directories(to);
+    for (const fs::path& entry : fs::directory_iterator(fs::path(LV_SOURCE_DIR) / "examples" / name))
+        if (fs::is_directory(entry)) fs::copy(entry, to / entry.filename(), fs::copy_options::recursive);
     for (const fs::path& file : fs::recursive_directory_iterator(to)) {
         if (file.extension() != ".lv") continue;
         std::string text = slurp(file);
