@@ -47,8 +47,6 @@ bool drawPoint(const Object& root, int i, std::vector<const Instance*>& chain, G
     if (!lit(emission)) return false;
 
     Vector position = face.position, normal = face.normal;
-    uint64_t path = 0;
-    for (const Instance* instance : chain) path = extendPath(path, *instance);
     toWorldThroughChain(chain, position, normal);
     normal = normalized(normal);
     point.position = position;
@@ -58,8 +56,6 @@ bool drawPoint(const Object& root, int i, std::vector<const Instance*>& chain, G
     point.primitive = row.index;
     point.kind = row.kind;
     point.side = row.front;
-    point.part = &part;
-    point.path = path;
     return true;
 }
 

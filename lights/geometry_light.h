@@ -24,6 +24,4 @@ struct GeometryLightPoint {
     uint32_t primitive;  // index in its part's family
     uint8_t kind;        // kTriangle or kTetragon
     uint8_t side;        // 1 emits along the face normal, 0 against it
-    const Part* part;
-    uint64_t path;       // the chain of instances from the root, mixed as the walks mix it
 };

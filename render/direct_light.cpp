@@ -254,19 +254,15 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
         if (!(cosLight > 0.0f)) return LobeBundle{};
         const float a = dot(l, from.normal);
         if (!reachesAClass(c, a, dot(l, from.geometric_normal))) return LobeBundle{};
-        // The shadow ray must not stop on the emitter's own face. A fibre
-        // must not shadow itself either, as its lobes hold the light that
-        // crosses it: from a fibre the ray keeps skipping the fibre's segment
-        // and ends just short of the emitter instead.
+        // The shadow ray must stop neither on the emitter's own face nor on
+        // the surface it leaves. It keeps skipping the surface it leaves (on
+        // a fibre, the fibre's segment, whose lobes hold the light that
+        // crosses it) and ends just short of the emitter. Skipping the
+        // emitter's face in its place would let a slanted face shadow its
+        // own points, where the hit lies a rounding error behind the plane
+        // and the light comes in at a grazing angle.
         origin.shadow.direction = l;
-        float reach = distance * 0.9999f;
-        if (!c.hair) {
-            origin.shadow.previous_primitive = q.primitive;
-            origin.shadow.previous_kind = q.kind;
-            origin.shadow.previous_part = q.part;
-            origin.shadow.previous_path = q.path;
-            reach = distance;
-        }
+        const float reach = distance * 0.9999f;
         const Color T = occlusion(origin.shadow, reach);
         if (belowCutoff(T)) return LobeBundle{};
         const float nl = total ? float(light.sample) : 1.0f, nb = total ? float(light.workingSample) : 1.0f;

@@ -58,8 +58,6 @@ protected:
         ray.direction = zero - point.normal;
         ASSERT_TRUE(intersectClosest(ray));
         expectNear(ray.origin + ray.direction * ray.t, point.position, 1e-4f);
-        EXPECT_EQ(ray.part, point.part);
-        EXPECT_EQ(ray.hit_path, point.path);
         EXPECT_EQ(ray.primitive, point.primitive);
         EXPECT_EQ(ray.kind, point.kind);
         EXPECT_EQ(ray.front, point.side);

@@ -105,6 +105,45 @@ TEST_F(LightSampling, EmitterSampledOrNotGivesTheFormFactor) {
     }
 }
 
+// A wall lit at grazing angles by a lamp above it, whose far half lies
+// behind the wall's plane, takes the light that the lamp's radiance
+// integrated over its area gives; so does the same wall turned about the
+// vertical, whose corners are no longer exact floats. A hit lies a rounding
+// error off the plane: a shadow ray that did not skip the wall it leaves would
+// stop on it for many samples.
+TEST_F(LightSampling, WallUnderGrazingLampTakesTheIntegratedLight) {
+    // The point that the camera sees, with the lamp at y = 1.98 over x in
+    // [-0.4, 0.4] and z in [-0.3, 0.5], radiance 11, facing down; the wall
+    // is the plane z = 0 with albedo 0.5.
+    const Vector P{0, 0.6f, 0};
+    double E = 0.0;
+    const int n = 400;
+    for (int i = 0; i < n; ++i)
+        for (int k = 0; k < n; ++k) {
+            const double x = -0.4 + 0.8 * (i + 0.5) / n, z = -0.3 + 0.8 * (k + 0.5) / n;
+            const double dx = x - P.x, dy = 1.98 - P.y, dz = z - P.z, d2 = dx * dx + dy * dy + dz * dz;
+            if (dz > 0.0) E += 11.0 * (dz / std::sqrt(d2)) * (dy / std::sqrt(d2)) * (0.64 / (n * n)) / d2;
+        }
+    const float expected = float(0.5 * E / kPi);
+    for (bool turned : {false, true}) {
+        SCOPED_TRACE(turned);
+        const float c = turned ? 0.927f : 1.0f, s = turned ? 0.375f : 0.0f;
+        const auto place = [&](Vector v) {
+            return turned ? Vector{c * v.x + s * v.z - 0.52f, v.y, -s * v.x + c * v.z - 0.19f} : v;
+        };
+        lvSetRendererSample(256);
+        lvSetGeometryLightSample(256);
+        const int wall = shader(one * 0.5f), lamp = shader(zero, {11, 11, 11});
+        lvSetSurfaceVirtualLight(lamp, 0, true);
+        quad(place({-0.28f, 0, 0}), place({0.28f, 0, 0}), place({0.28f, 1.2f, 0}), place({-0.28f, 1.2f, 0}), wall);
+        quad(place({-0.4f, 1.98f, -0.3f}), place({0.4f, 1.98f, -0.3f}), place({0.4f, 1.98f, 0.5f}),
+             place({-0.4f, 1.98f, 0.5f}), lamp);
+        camera(place({0, 0.6f, 3.6f}), place(P), 0.5f, 16, 4);
+        expectMean(render(), 0, 16, one * expected, 0.03f);
+        restart();
+    }
+}
+
 // A window shows the sky's own radiance behind it and no emission of its
 // own; with a black sky nothing of the sky is sampled or seen.
 TEST_F(LightSampling, WindowsShowTheSkyAndABlackSkyIsOff) {
