@@ -170,6 +170,9 @@ void combineAovs() {
     combined = 1;
 }
 
+// Rank 0's seed of the sample sequences, on every process.
+void shareSeed(uint32_t& seed) { MPI_Bcast(&seed, 1, MPI_UINT32_T, 0, MPI_COMM_WORLD); }
+
 }  // namespace
 
 void joinGroup(int& argc, char**& argv) {
@@ -190,6 +193,7 @@ void joinGroup(int& argc, char**& argv) {
     MPI_Comm_rank(MPI_COMM_WORLD, &group.rank);
     group.gatherPhotons = gatherPhotons;
     group.combineAovs = combineAovs;
+    group.shareSeed = shareSeed;
     std::signal(SIGTERM, onTerminate);
     if (group.rank != 0) {
         const int null = open("/dev/null", O_WRONLY);

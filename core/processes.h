@@ -5,6 +5,8 @@
 // runs as it always does.
 #pragma once
 
+#include <cstdint>
+
 struct ProcessGroup {
     int rank = 0;
     int size = 1;
@@ -14,6 +16,9 @@ struct ProcessGroup {
     // After the last pass and before the statistics: folds every process's
     // AOVs into rank 0's.
     void (*combineAovs)() = nullptr;
+    // At preparation: gives every process rank 0's seed of the sample
+    // sequences, so that the passes of all together are one sequence.
+    void (*shareSeed)(uint32_t& seed) = nullptr;
 };
 
 // Whether pass or photon `index` is this process's to do.

@@ -11,7 +11,6 @@
 
 std::vector<float> radicalTables[kRadicalTables];
 uint32_t primes[kPrimeCount];
-float pixelRotation[16][16][2];
 uint8_t noisePermutation[512];
 
 namespace {
@@ -104,11 +103,6 @@ void initializeRandomTables() {
         radicalTables[d].resize(kRadicalTableSize);
         for (int i = 0; i < kRadicalTableSize; ++i) radicalTables[d][i] = radicalInverseLoop(uint32_t(i), uint32_t(d));
     }
-    for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < 16; ++x) {
-            pixelRotation[y][x][0] = hardwareRandomFloat();
-            pixelRotation[y][x][1] = hardwareRandomFloat();
-        }
     for (int i = 0; i < 512; ++i) noisePermutation[i] = kPermutation[i & 255];
 }
 

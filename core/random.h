@@ -1,5 +1,6 @@
-// Quasi-random sequences with a rotation per pixel tile, the noise
-// permutation, and the hardware-like source of uniform 32-bit integers.
+// The Halton sequence (radical inverses) of photons and of the geometry
+// light's points, the noise permutation, and the hardware-like source of
+// uniform 32-bit integers.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +12,9 @@ inline constexpr int kPrimeCount = 1024;
 
 extern std::vector<float> radicalTables[kRadicalTables];
 extern uint32_t primes[kPrimeCount];
-extern float pixelRotation[16][16][2];
 extern uint8_t noisePermutation[512];
 
-// Fills the radical inverse tables, the tile rotations and the permutation.
+// Fills the radical inverse tables and the permutation.
 void initializeRandomTables();
 // Empties the radical inverse tables; their storage stays.
 void releaseRandomTables();
@@ -24,12 +24,6 @@ void releaseRandomTables();
 float radicalInverse(uint32_t index, uint32_t dimension);
 // The digit loop alone, in 32-bit floats.
 float radicalInverseLoop(uint32_t index, uint32_t dimension);
-
-// value + shift, less 1 when the sum is above 1.
-inline float rotated(float value, float shift) {
-    float s = value + shift;
-    return s > 1.0f ? s - 1.0f : s;
-}
 
 // A uniform 32-bit integer from this thread's own generator, which is seeded
 // once per thread from the system's entropy source.

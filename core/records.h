@@ -82,7 +82,9 @@ Camera defaultCamera();
 
 // The state of one ray along a path.
 struct RayState {
-    float sequence_shift[2];
+    // The key of the pixel's sample sequence; 0 on photon paths, which draw
+    // from the plain Halton sequence.
+    uint32_t sequence_key;
     uint32_t sample_index;
     uint32_t dimension;
     Vector origin;
@@ -148,6 +150,11 @@ struct HitRecord {
     Color lambertian, transmissive, glossy, specular, diffusion;
     float fresnel, fresnel_complement, eta, cos_out;
     float fibre_width;
+    // What sizes the first hit's share of every light's samples: the mean
+    // colour of the brightest class that takes light, times the sum of the
+    // ray's throughput. Rays that leave the hit read it back to weigh the
+    // light they find against the samples that the hit took.
+    float light_weight;
     const SurfaceShader* layer;
     uint8_t terminal;
     uint8_t material, visibility, virtual_light;

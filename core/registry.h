@@ -94,6 +94,9 @@ struct Registry {
     bool final_gather_mode = false;
     unsigned frameCounter = 0;
     uint16_t pass_index = 0;
+    // The seed of this run's sample sequences, drawn when the renderer is
+    // prepared; all processes of a group share rank 0's.
+    uint32_t sequenceSeed = 0;
     int currentCamera = 0;
     Camera* currentCameraRecord = nullptr;
     int rootObject = 0;

@@ -3,6 +3,7 @@
 // emissive area, and weighs the points by their power for direct sampling.
 #include "lights/geometry_light.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "core/constants.h"
@@ -35,24 +36,57 @@ Color sideEmission(uint32_t shader, int side, const float uv[2]) {
 
 inline bool lit(Color c) { return c.x > kCutoff || c.y > kCutoff || c.z > kCutoff; }
 
-// Point i of the set, or false when the surface there does not emit.
-bool drawPoint(const Object& root, int i, std::vector<const Instance*>& chain, GeometryLightPoint& point) {
+// The face that a point lies on: its row and the instances that lead to it.
+struct FaceOfPoint {
+    const void* part = nullptr;
+    uint8_t kind = 0;
+    uint32_t index = 0;
+    std::vector<const Instance*> chain;
+    bool operator==(const FaceOfPoint&) const = default;
+};
+
+// The index of (x, y), 16 bits each, along a Hilbert curve over the square:
+// neighbours on the curve are neighbours in the square.
+uint32_t hilbertIndex(uint32_t x, uint32_t y) {
+    constexpr uint32_t kSide = 1u << 16;
+    uint32_t d = 0;
+    for (uint32_t s = kSide / 2; s > 0; s /= 2) {
+        const uint32_t rx = (x & s) ? 1u : 0u, ry = (y & s) ? 1u : 0u;
+        d += s * s * ((3u * rx) ^ ry);
+        if (ry == 0) {
+            if (rx == 1) {
+                x = kSide - 1 - x;
+                y = kSide - 1 - y;
+            }
+            std::swap(x, y);
+        }
+    }
+    return d;
+}
+
+// Point i of the set, or false when the surface there does not emit; `face`
+// tells where it was drawn either way.
+bool drawPoint(const Object& root, int i, FaceOfPoint& face, GeometryLightPoint& point) {
+    std::vector<const Instance*>& chain = face.chain;
     chain.clear();
     const SurfaceTableEntry& row = drawLightSurface(root, i, kGeometryLightPoints, &chain);
+    face.part = row.part;
+    face.kind = row.kind;
+    face.index = row.index;
     const Part& part = *static_cast<const Part*>(row.part);
     const float u1 = radicalInverse(uint32_t(i), 0), u2 = radicalInverse(uint32_t(i), 1);
-    const FacePoint face = facePoint(part, row.kind, row.index, u1, u2);
+    const FacePoint at = facePoint(part, row.kind, row.index, u1, u2);
     const uint32_t shader = faceShader(part, row.kind, row.index);
-    const Color emission = sideEmission(shader, row.front ? kFaceSide : kBackSide, face.uv);
+    const Color emission = sideEmission(shader, row.front ? kFaceSide : kBackSide, at.uv);
     if (!lit(emission)) return false;
 
-    Vector position = face.position, normal = face.normal;
+    Vector position = at.position, normal = at.normal;
     toWorldThroughChain(chain, position, normal);
     normal = normalized(normal);
     point.position = position;
     point.normal = row.front ? normal : -normal;
     point.power = emission * (registry.geometryLight.totalArea * kInvPi);
-    point.area = face.area;
+    point.area = at.area;
     point.primitive = row.index;
     point.kind = row.kind;
     point.side = row.front;
@@ -61,23 +95,47 @@ bool drawPoint(const Object& root, int i, std::vector<const Instance*>& chain, G
 
 // The point set and its distribution by power. With no point lit there is
 // nothing a sample could find, and direct sampling is turned off.
+//
+// The stratified pick of faces puts the points of one face side by side;
+// among them, the points are stored in the order of a Hilbert curve over the
+// two numbers that placed them, so that neighbouring entries of the
+// distribution are neighbours on the face. A stratified draw from the
+// distribution then spreads its samples over the emitters' area, and not
+// only over their power.
 void drawPoints(const Object* root) {
     GeometryLightValues& values = registry.geometryLight;
     if (!root || values.sample < 1 || values.totalArea <= 0.0f) {
         values.sample = 0;
         return;
     }
+    const size_t n = size_t(kGeometryLightPoints);
+    std::vector<GeometryLightPoint> drawn(n, GeometryLightPoint{});
+    std::vector<uint64_t> keys(n);
+    std::vector<char> lit(n, 0);
+    FaceOfPoint previous, face;
+    uint64_t run = 0;
+    for (size_t i = 0; i < n; ++i) {
+        lit[i] = drawPoint(*root, int(i), face, drawn[i]);
+        if (i > 0 && !(face == previous)) ++run;
+        std::swap(previous, face);
+        const uint32_t x = uint32_t(radicalInverse(uint32_t(i), 0) * 65535.0f);
+        const uint32_t y = uint32_t(radicalInverse(uint32_t(i), 1) * 65535.0f);
+        keys[i] = run << 32 | hilbertIndex(x, y);
+    }
+    std::vector<uint32_t> order(n);
+    for (size_t i = 0; i < n; ++i) order[i] = uint32_t(i);
+    std::stable_sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) { return keys[a] < keys[b]; });
+
     std::vector<GeometryLightPoint>& points = registry.geometryLightPoints;
-    points.assign(size_t(kGeometryLightPoints), GeometryLightPoint{});
-    std::vector<const Instance*> chain;
+    points.resize(n);
     Distribution& distribution = registry.geometryLightDistribution;
     initializeDistribution(distribution, kGeometryLightPoints);
     bool anyLit = false;
-    for (int i = 0; i < kGeometryLightPoints; ++i) {
-        GeometryLightPoint& point = points[size_t(i)];
-        if (!drawPoint(*root, i, chain, point)) continue;
-        const Color& p = point.power;
-        setWeight(distribution, i, (p.x + p.y + p.z) * 0.33333334f);
+    for (size_t j = 0; j < n; ++j) {
+        points[j] = drawn[order[j]];
+        if (!lit[order[j]]) continue;
+        const Color& p = points[j].power;
+        setWeight(distribution, int(j), (p.x + p.y + p.z) * 0.33333334f);
         anyLit = true;
     }
     if (anyLit) {

@@ -99,7 +99,7 @@ void emitGeometryLightPhoton(RayState& ray, uint64_t index, uint64_t count) {
 
     beginPhoton(ray, index, registry.geometryLightLink, 1.0f, shader.hasVirtualLight[side]);
     ray.origin = position;
-    ray.direction = cosineHemisphere(frame, {{0.0f, 0.0f}, i, 2});
+    ray.direction = cosineHemisphere(frame, {0u, i, 2});
     Color sum = zero;
     for (int k = 0; k < shader.layerCount[side]; ++k)
         sum += elementColor(shader.layers[shader.layerList[side][k]].elements[LV_ELEMENT_EMISSIVE], face.uv);

@@ -26,9 +26,7 @@ bool linkedAtFirstHit(const RayState& ray) {
     return linkAllows(*static_cast<const ShaderLink*>(ray.parent_hit), ray.shader);
 }
 
-inline SequenceSampler ownSampler(const RayState& ray) {
-    return {{ray.sequence_shift[0], ray.sequence_shift[1]}, ray.sample_index, ray.dimension};
-}
+inline SequenceSampler ownSampler(const RayState& ray) { return {ray.sequence_key, ray.sample_index, ray.dimension}; }
 
 // Light that came from a light through mirrors and refractions alone: a
 // caustic, kept for the photon tree.

@@ -14,6 +14,7 @@
 #include "core/random.h"
 #include "core/registry.h"
 #include "core/report.h"
+#include "core/sequence.h"
 #include "core/stages.h"
 #include "lv.h"
 #include "render/aovs.h"
@@ -71,10 +72,7 @@ void generateRay(const Camera& camera, RayState& ray, int x, int y, unsigned sam
     ray.diffuse_bounces = ray.glossy_bounces = ray.specular_bounces = 0;
     ray.dimension = 0;
     ray.sample_index = 0;
-    // The remainder keeps the operand's sign; a negative coordinate wraps into the table.
-    const int ty = ((y % 16) + 16) % 16, tx = ((x % 16) + 16) % 16;
-    ray.sequence_shift[0] = pixelRotation[ty][tx][0];
-    ray.sequence_shift[1] = pixelRotation[ty][tx][1];
+    ray.sequence_key = pixelSequenceKey(registry.sequenceSeed, x, y);
 
     const int thread = omp_get_thread_num();
     ray.thread = uint8_t(thread);
@@ -85,8 +83,9 @@ void generateRay(const Camera& camera, RayState& ray, int x, int y, unsigned sam
     registry.threadPathCounters[0][thread] = 0;
     registry.threadPathCounters[1][thread] = 0;
 
-    const float jx = hardwareRandomFloat();
-    const float jy = hardwareRandomFloat();
+    // The place in the pixel: the frames' jitters of a pixel are stratified.
+    float jx, jy;
+    drawPair({ray.sequence_key, sampleIndex, 0}, kUseJitter, jx, jy);
     switch (camera.projection) {
     case 0: {
         const float X = (float(x) - float(camera.width) * 0.5f) + jx;

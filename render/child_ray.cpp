@@ -19,6 +19,12 @@ Split firstHitSplit(float weight, int budget) {
     return {uint32_t(n), uint32_t(n / c)};
 }
 
+uint32_t splitIndex(const Split& split, uint32_t k) { return uint32_t(registry.pass_index) * split.perFrame + k; }
+
+uint32_t firstHitLightSamples(const HitRecord& hit, int budget) {
+    return firstHitSplit(hit.light_weight, budget).total;
+}
+
 RayState childRay(const RayState& parent, const HitRecord& hit, uint8_t tag) {
     RayState child = parent;
     child.origin = hit.position;

@@ -59,5 +59,13 @@ struct Split {
 // From the mean weight w of the lobe and its budget: n = int(w * budget),
 // at most the budget, at least the camera's sample, a multiple of it.
 Split firstHitSplit(float weight, int budget);
-// The camera's sample count, the step between the split indices of frames.
+// The camera's sample count: a split's rays are spread over that many frames.
 uint32_t cameraSample();
+// The sequence index of ray `k` of this frame's share of a split. The shares
+// of the frames follow one another, so that the rays fired by any number of
+// frames hold the first indices of the sequence, and the c frames of the
+// image use each index below the split's total once.
+uint32_t splitIndex(const Split& split, uint32_t k);
+// The samples that a first hit takes over all frames of a light of budget
+// `budget`, by the hit's `light_weight`.
+uint32_t firstHitLightSamples(const HitRecord& hit, int budget);

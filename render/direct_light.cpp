@@ -43,15 +43,8 @@ struct LightContext {
 };
 
 // The number of samples that the first hit spends on a light of budget L:
-// the first-hit split, driven by the brightest class that can take light.
-Split lightBudget(const LightContext& c, int budget) {
-    float M = 0.0f;
-    if (c.hit.has_lambertian) M = std::max(M, mean(c.hit.lambertian));
-    if (c.hit.has_transmissive) M = std::max(M, mean(c.hit.transmissive));
-    if (c.hit.has_glossy) M = std::max(M, mean(c.hit.glossy));
-    const Color T = c.ray.throughput;
-    return firstHitSplit(M / 3.0f * (T.x + T.y + T.z), budget);
-}
+// the first-hit split, driven by the hit's light weight.
+Split lightBudget(const LightContext& c, int budget) { return firstHitSplit(c.hit.light_weight, budget); }
 
 // The origin of a sample: with diffusion, a fresh point beside the hit whose
 // shadow ray skips that point's surface; false when none was found.
@@ -119,21 +112,17 @@ LobeBundle sampleLight(const LightContext& c, int budget, bool spread, Sample sa
     SampleOrigin origin;
     if (c.bounces == 0 && (spread || c.diffusion)) {
         const Split split = lightBudget(c, budget);
-        const uint32_t step = cameraSample();
-        uint32_t index = registry.pass_index;
-        for (uint32_t k = 0; k < split.perFrame; ++k) {
-            if (sampleOrigin(c, point, origin)) sum += sample(index, origin, split.total);
-            index = (index + step) & 0xFFFFu;
-        }
-        return sum * (float(step) / float(split.total));
+        for (uint32_t k = 0; k < split.perFrame; ++k)
+            if (sampleOrigin(c, point, origin)) sum += sample(splitIndex(split, k), origin, split.total);
+        return sum * (1.0f / float(split.perFrame));
     }
     if (c.bounces < registry.bounce && sampleOrigin(c, point, origin)) sum = sample(c.ray.sample_index, origin, 0u);
     return sum;
 }
 
-// Two numbers of the ray's sequence at `index`.
-inline void lightNumbers(const RayState& ray, uint32_t index, float& a, float& b) {
-    drawPair(SequenceSampler{{ray.sequence_shift[0], ray.sequence_shift[1]}, index, ray.dimension}, a, b);
+// Two numbers of the ray's sequence at `index` for a light's event.
+inline void lightNumbers(const RayState& ray, uint32_t index, SequenceUse use, float& a, float& b) {
+    drawPair(SequenceSampler{ray.sequence_key, index, ray.dimension}, use, a, b);
 }
 
 LobeBundle pointDirect(const LightContext& c, const PointLight& light) {
@@ -142,7 +131,7 @@ LobeBundle pointDirect(const LightContext& c, const PointLight& light) {
         Vector target = light.position;
         if (light.blur > 0.0f) {
             float a, b;
-            lightNumbers(c.ray, index, a, b);
+            lightNumbers(c.ray, index, kUsePointLight, a, b);
             const float s = 2.0f * guardedLength(b * (1.0f - b));
             target += Vector{s * std::cos(kTwoPi * a), s * std::sin(kTwoPi * a), 1.0f - 2.0f * b} * light.blur;
         }
@@ -164,7 +153,7 @@ LobeBundle parallelDirect(const LightContext& c, const ParallelLight& light) {
         Vector l = -light.axis();
         if (light.blur > 0.0f) {
             float a, b;
-            lightNumbers(c.ray, index, a, b);
+            lightNumbers(c.ray, index, kUseParallelLight, a, b);
             l = -coneDirection(light.frame, light.blurCosine, a, b);
         }
         return deltaSample(c, origin, l, kInfinity, light.color, 1.0f, light.offset, total > 0, true);
@@ -192,22 +181,34 @@ bool reachesAClass(const LightContext& c, float a, float g) {
 // samples of density `pb`.
 inline float balance(float pl, float nb, float pb) { return pl / (pl + nb * pb); }
 
+// The rays that the hit's lobes fire over all frames, by class: what a light
+// sample weighs itself against. `share` scales them (the sky counts its
+// samples against half of them).
+struct LobeCounts {
+    float lambertian, transmissive, glossy;
+};
+LobeCounts lobeCounts(const LightContext& c, float share) {
+    return {share * float(lobeRays(c.ray, c.hit, kTagLambertian)),
+            share * float(lobeRays(c.ray, c.hit, kTagDiffuseTransmission)),
+            share * float(lobeRays(c.ray, c.hit, kTagGlossyReflection))};
+}
+
 // A sample of an emitter or the sky, weighed against the lobes that could
 // have found the same light: R is the radiance already divided by the
 // light's density and multiplied by the cosine at the surface; `pl` the
-// light's density times its sample count, and `nb` the lobes' sample count.
-// Lambertian and transmissive lobes have the density |a| / pi, the glossy
-// lobe its half-vector value.
+// light's density times the samples the hit takes of it, and `nb` the rays
+// of each lobe. Lambertian and transmissive lobes have the density |a| / pi,
+// the glossy lobe its half-vector value.
 LobeBundle balancedSample(const LightContext& c, const SampleOrigin& origin, Vector l, float a, Color R, float pl,
-                          float nb, float share) {
+                          const LobeCounts& nb) {
     LobeBundle b;
     const float pd = a * kInvPi;
     const Color diffuse = R * c.hit.fresnel_complement * origin.weight;
-    if (c.hit.has_lambertian && a > 0.0f) b.lambertian = diffuse * balance(pl, share * nb, pd);
-    if (c.hit.has_transmissive && a < 0.0f) b.transmissive = diffuse * balance(pl, share * nb, -pd);
+    if (c.hit.has_lambertian && a > 0.0f) b.lambertian = diffuse * balance(pl, nb.lambertian, pd);
+    if (c.hit.has_transmissive && a < 0.0f) b.transmissive = diffuse * balance(pl, nb.transmissive, -pd);
     if (c.hit.has_glossy && a > 0.0f) {
         const float v = halfVectorLobe(origin.hit->out_direction, l, *origin.hit);
-        b.glossy = R * (v * kFourPi * c.hit.fresnel * balance(pl, share * nb, v));
+        b.glossy = R * (v * kFourPi * c.hit.fresnel * balance(pl, nb.glossy, v));
     }
     return b;
 }
@@ -215,16 +216,16 @@ LobeBundle balancedSample(const LightContext& c, const SampleOrigin& origin, Vec
 // A fibre lit from `l`: the diffuse part and the three lobes, each weighed
 // against its own sampling density.
 LobeBundle balancedHairSample(const LightContext& c, const SampleOrigin& origin, Vector l, Color R, float pl,
-                              float nb) {
+                              const LobeCounts& nb) {
     LobeBundle b;
     const HitRecord& from = *origin.hit;
     if (c.hit.has_lambertian) {
         const float v = EvaluateDiffuseHair(from.out_direction, l, from.tangent);
-        b.lambertian = R * (v * balance(pl, nb, v));
+        b.lambertian = R * (v * balance(pl, nb.lambertian, v));
     }
     if (c.hit.has_glossy) {
         const HairLobes lobes = hairLobesAt(c.ray, from, l);
-        for (int k = 0; k < 3; ++k) b.glossy += lobes.value[k] * R * balance(pl, nb, lobes.density[k]);
+        for (int k = 0; k < 3; ++k) b.glossy += lobes.value[k] * R * balance(pl, nb.glossy, lobes.density[k]);
     }
     return b;
 }
@@ -241,9 +242,7 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
     const LightContext c = lightContext(ray, hit);
     const Distribution& points = registry.geometryLightDistribution;
     return sampleLight(c, light.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
-        const float r = hardwareRandomFloat();
-        const float u = total ? rotated((float(index & 0xFFFFu) + r) / float(total), ray.sequence_shift[0]) : r;
-        const int k = sample(points, u);
+        const int k = sample(points, drawOne({ray.sequence_key, index, ray.dimension}, kUseGeometryLight));
         const GeometryLightPoint& q = registry.geometryLightPoints[size_t(k)];
         const float p = probability(points, k);
         const HitRecord& from = *origin.hit;
@@ -265,7 +264,9 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
         const float reach = distance * 0.9999f;
         const Color T = occlusion(origin.shadow, reach);
         if (belowCutoff(T)) return LobeBundle{};
-        const float nl = total ? float(light.sample) : 1.0f, nb = total ? float(light.workingSample) : 1.0f;
+        // Weighed by the samples that each side really takes at this hit.
+        const float nl = total ? float(total) : 1.0f;
+        const LobeCounts nb = lobeCounts(c, 1.0f);
         const float pl = nl * d2 / (cosLight * light.totalArea);
         const float toLight = cosLight / (d2 * float(kGeometryLightPoints) * p);
         if (c.hair) return balancedHairSample(c, origin, l, T * q.power * (kPi * toLight), pl, nb);
@@ -273,7 +274,7 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
         // pi, so power |a| cos / d^2 over the point's share of the set is the
         // estimate of the cosine-weighted mean of the incoming radiance that
         // the lambertian bounces also estimate.
-        return balancedSample(c, origin, l, a, T * q.power * (std::fabs(a) * toLight), pl, nb, 1.0f);
+        return balancedSample(c, origin, l, a, T * q.power * (std::fabs(a) * toLight), pl, nb);
     });
 }
 
@@ -286,11 +287,9 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
     const LightContext c = lightContext(ray, hit);
     const Distribution& texels = skyDistribution();
     const LobeBundle b = sampleLight(c, sky.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
-        const uint32_t i = total ? index : ray.sample_index;
-        const float u = rotated(radicalInverse(i, ray.dimension), ray.sequence_shift[total ? 1 : 0]);
-        const int code = sample(texels, u);
-        const float s = rotated(radicalInverse(i, ray.dimension + 1), ray.sequence_shift[0]);
-        const float t = rotated(radicalInverse(i, ray.dimension + 2), ray.sequence_shift[1]);
+        const int code = sample(texels, drawOne({ray.sequence_key, index, ray.dimension}, kUseSkyTexel));
+        float s, t;
+        lightNumbers(ray, index, kUseSkyPosition, s, t);
         const Vector l = cubeDirection(code >> 16, float(code & 0xFF) + s, float((code >> 8) & 0xFF) + t);
         const HitRecord& from = *origin.hit;
         const float a = dot(l, from.normal);
@@ -305,20 +304,20 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         if (total) {
             const float P = density;
             if (P <= 1e-8f) return LobeBundle{};
-            const float Q = float(sky.sample) * P, nb = float(sky.workingSample);
-            if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, nb);
-            return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, nb, 0.5f);
+            const float Q = float(total) * P;
+            if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, lobeCounts(c, 1.0f));
+            return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, lobeCounts(c, 0.5f));
         }
         // One sample from a fibre carries its shadow ray's throughput like any
         // other light sample: the path's own throughput, which the fibre's
         // weights (three times a lobe's share) can raise above 1 from bounce
         // to bounce, is applied by the lobes that led here.
-        if (c.hair) return balancedHairSample(c, origin, l, radiance / density * T, density, 1.0f);
+        if (c.hair) return balancedHairSample(c, origin, l, radiance / density * T, density, lobeCounts(c, 1.0f));
         // One sample: the shadow ray only gates it, and the path's
         // throughput takes its place.
         const float P = 2.0f * density;
         return balancedSample(c, origin, l, a, radiance * (2.0f * std::fabs(a) / (P * kPi)) * ray.throughput, P,
-                              1.0f, 1.0f);
+                              lobeCounts(c, 1.0f));
     });
     return intoAovs(registry.skyLightAOVs, ray, hit, b);
 }
@@ -331,6 +330,15 @@ LobeBundle gafferDirect(const RayState& ray, const HitRecord& hit) {
     for (ParallelLight& light : registry.parallelLights)
         sum += intoAovs(light.aovs, ray, hit, parallelDirect(c, light));
     return sum;
+}
+
+float lightWeight(const RayState& ray, const HitRecord& hit) {
+    float M = 0.0f;
+    if (hit.has_lambertian) M = std::max(M, mean(hit.lambertian));
+    if (hit.has_transmissive) M = std::max(M, mean(hit.transmissive));
+    if (hit.has_glossy) M = std::max(M, mean(hit.glossy));
+    const Color T = ray.throughput;
+    return M / 3.0f * (T.x + T.y + T.z);
 }
 
 LobeBundle directLight(const RayState& ray, const HitRecord& hit) {

@@ -41,16 +41,17 @@ float bounceDensity(const RayState& ray) {
 }
 
 // The balance weight of light that a bounce found against the samples that
-// the light took with density `pl` and `lightSamples` samples per hit. At the
-// first bounce the hit spent the lobe budget (`lobeSamples`, the renderer's
-// sample count as the light's stage holds it) on bounces and the light's own
-// count on samples.
-float bounceWeight(const RayState& ray, float pl, int lightSamples, int lobeSamples) {
+// a light of budget `lightBudget` took with density `pl`. At the first bounce
+// the parent hit fired the ray's split (`split`, the rays of its lobe over
+// all frames, as no earlier bounce split the path) and took its first-hit
+// share of the light's samples; past it, one of each.
+float bounceWeight(const RayState& ray, float pl, int lightBudget) {
     const float pb = bounceDensity(ray);
     if (pb <= 0.0f) return 0.0f;
     if (ray.diffuse_bounces + ray.glossy_bounces == 1) {
-        const float n = float(lobeSamples);
-        return pb * n / (pb * n + pl * float(lightSamples));
+        const HitRecord& parent = *static_cast<const HitRecord*>(ray.parent_hit);
+        const float n = float(ray.split);
+        return pb * n / (pb * n + pl * float(firstHitLightSamples(parent, lightBudget)));
     }
     return pb / (pl + pb);
 }
@@ -69,7 +70,7 @@ float emissionWeight(const RayState& ray, const HitRecord& hit) {
     if (!outsideBody(ray) || hit.cos_out <= 0.0f) return 0.0f;
 
     const float pl = light.totalArea > 0.0f ? ray.t * ray.t / (hit.cos_out * light.totalArea) : 0.0f;
-    return bounceWeight(ray, pl, light.sample, light.workingSample);
+    return bounceWeight(ray, pl, light.sample);
 }
 
 Color emission(const RayState& ray, const HitRecord& hit) {
@@ -100,7 +101,7 @@ Color missRadiance(const RayState& ray) {
     if (sky.sample != 0 && bounces != 0 && ((ray.lobe & 0xFEu) == 2 || ray.lobe == 4) && outsideBody(ray)) {
         const float density = skyDensity(cubeTexelOf(ray.direction));
         const float P = ray.previous_kind == kCylinder ? density : 2.0f * density;
-        result = s * bounceWeight(ray, P, sky.sample, sky.workingSample);
+        result = s * bounceWeight(ray, P, sky.sample);
     }
     if (ray.lobe >= 2 && ray.lobe <= 7)
         for (Aov& aov : registry.skyLightAOVs) addToAov(aov, ray, result);

@@ -40,6 +40,7 @@ Color radiance(RayState& ray) {
     hit.has_glossy = elementColorTest(e[LV_ELEMENT_GLOSSY], hit.uv, hit.glossy);
     hit.has_specular = elementColorTest(e[LV_ELEMENT_SPECULAR], hit.uv, hit.specular);
 
+    hit.light_weight = lightWeight(ray, hit);
     LobeBundle bundle;
     // Direct light only where the surface can answer it, and never inside a
     // refracting body.

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "core/clock.h"
+#include "core/random.h"
 #include "core/registry.h"
 #include "core/report.h"
 #include "core/stages.h"
@@ -25,6 +26,8 @@ void prepareRenderer() {
     if (registry.ray_depth < 2) registry.ray_depth = 1;
     if (registry.photon_depth < 2) registry.photon_depth = 1;
     if (registry.bounce < 2) registry.bounce = 1;
+    registry.sequenceSeed = hardwareRandom();
+    if (registry.processes.shareSeed) registry.processes.shareSeed(registry.sequenceSeed);
 
     if (registry.distance <= 0.0f || registry.resolution <= 0.0f) {
         reportMessage("unidirectional path tracing");

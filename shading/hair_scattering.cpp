@@ -206,7 +206,7 @@ HairLobes hairLobesAt(const RayState& ray, const HitRecord& hit, Vector light) {
 
 int sampleFibre(const RayState& ray, const HitRecord& hit, uint32_t index, Vector& direction, Color& weight) {
     BcsdfNumbers numbers;
-    drawPair({{ray.sequence_shift[0], ray.sequence_shift[1]}, index, ray.dimension}, numbers.u, numbers.u2);
+    drawPair({ray.sequence_key, index, ray.dimension}, kUseLobe, numbers.u, numbers.u2);
     numbers.lobe = hardwareRandom();
     numbers.u3 = hardwareRandomFloat();
     numbers.u4 = hardwareRandomFloat();

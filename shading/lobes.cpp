@@ -18,9 +18,7 @@ inline float mean(Color c) { return (c.x + c.y + c.z) / 3.0f; }
 // The logarithm with the floor of the whole renderer.
 inline float guardedLog(float v) { return v < 1e-10f ? -10.0f : std::log(v); }
 
-inline SequenceSampler samplerAt(const RayState& ray, uint32_t index) {
-    return {{ray.sequence_shift[0], ray.sequence_shift[1]}, index, ray.dimension};
-}
+inline SequenceSampler samplerAt(const RayState& ray, uint32_t index) { return {ray.sequence_key, index, ray.dimension}; }
 
 inline Vector inFrame(const HitRecord& hit, float x, float y, float z) {
     return hit.tangent * x + hit.bitangent * y + hit.normal * z;
@@ -33,6 +31,29 @@ inline Vector spherePoint(float a, float b) {
 }
 
 bool isHair(const RayState& ray) { return ray.kind == kCylinder; }
+
+// The throughput that the lobe of class `tag` (lambertian, diffuse
+// transmission or glossy reflection) carries into its rays, before the
+// ray's own weights. A fibre's lambertian part has no Fresnel term.
+Color lobeThroughput(const RayState& ray, const HitRecord& hit, uint8_t tag) {
+    switch (tag) {
+    case kTagLambertian:
+        return isHair(ray) ? ray.throughput * hit.lambertian
+                           : ray.throughput * hit.lambertian * hit.fresnel_complement;
+    case kTagDiffuseTransmission: return ray.throughput * hit.transmissive;
+    case kTagGlossyReflection: return ray.throughput * hit.glossy;
+    default: return zero;
+    }
+}
+
+// What sizes the first-hit split of a lobe that carries `t`: its mean, and
+// for the glossy lobe of a surface the larger of the Fresnel reflectance and
+// its complement as well, since either of its two rays may be the bright one.
+Split lobeSplit(const RayState& ray, const HitRecord& hit, uint8_t tag, Color t) {
+    float w = mean(t);
+    if (tag == kTagGlossyReflection && !isHair(ray)) w *= std::max(hit.fresnel_complement, hit.fresnel);
+    return firstHitSplit(w, registry.rendererSample);
+}
 
 // A diffuse or glossy child: one more bounce of its class and two more dimensions.
 RayState bounceChild(const RayState& ray, const HitRecord& from, uint8_t tag, Vector direction, Color throughput,
@@ -108,10 +129,9 @@ Color diffuseLobe(const RayState& ray, const HitRecord& hit, Color t, bool below
     const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
     RaySum sum;
     if (bounces == 0) {
-        const Split split = firstHitSplit(mean(t), registry.rendererSample);
-        const uint32_t step = cameraSample();
-        uint32_t index = registry.pass_index;
+        const Split split = lobeSplit(ray, hit, tag, t);
         for (uint32_t k = 0; k < split.perFrame; ++k) {
+            const uint32_t index = splitIndex(split, k);
             const SequenceSampler sampler = samplerAt(ray, index);
             if (!below && !hair && hit.has_diffusion) {
                 DiffusionPoint point;
@@ -137,8 +157,6 @@ Color diffuseLobe(const RayState& ray, const HitRecord& hit, Color t, bool below
                     sum.add(radiance(child));
                 }
             }
-            // Reflection keeps its index to 16 bits; transmission does not.
-            index = below ? index + step : (index + step) & 0xFFFFu;
         }
         if (hair) return sum.sum / float(split.perFrame);
     } else if (bounces < registry.bounce) {
@@ -169,16 +187,14 @@ Color fibreGlossyLobe(const RayState& ray, const HitRecord& hit, Color t) {
     };
     const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
     if (bounces == 0) {
-        const Split split = firstHitSplit(mean(t), registry.rendererSample);
-        const uint32_t step = cameraSample();
-        uint32_t index = registry.pass_index;
+        const Split split = lobeSplit(ray, hit, kTagGlossyReflection, t);
         Color sum = zero;
         for (uint32_t k = 0; k < split.perFrame; ++k) {
+            const uint32_t index = splitIndex(split, k);
             sum += fire(index, [&](RayState& child) {
                 child.sample_index = index;
                 child.split = ray.split * split.perFrame;
             });
-            index = (index + step) & 0xFFFFu;
         }
         return sum / float(split.perFrame);
     }
@@ -187,11 +203,6 @@ Color fibreGlossyLobe(const RayState& ray, const HitRecord& hit, Color t) {
 }
 
 }  // namespace
-
-void drawPair(const SequenceSampler& sampler, float& a, float& b) {
-    a = rotated(radicalInverse(sampler.index, sampler.dimension), sampler.shift[0]);
-    b = rotated(radicalInverse(sampler.index, sampler.dimension + 1), sampler.shift[1]);
-}
 
 void concentricDisc(float a, float b, float& x, float& y) {
     const float sa = 2.0f * a - 1.0f, sb = 2.0f * b - 1.0f;
@@ -218,21 +229,21 @@ void concentricDisc(float a, float b, float& x, float& y) {
 
 Vector cosineHemisphere(const HitRecord& hit, const SequenceSampler& sampler) {
     float a, b, x, y;
-    drawPair(sampler, a, b);
+    drawPair(sampler, kUseLobe, a, b);
     concentricDisc(a, b, x, y);
     return inFrame(hit, x, y, guardedLength(1.0f - x * x - y * y));
 }
 
 Vector cosineHemisphereBelow(const HitRecord& hit, const SequenceSampler& sampler) {
     float a, b, x, y;
-    drawPair(sampler, a, b);
+    drawPair(sampler, kUseLobe, a, b);
     concentricDisc(a, b, x, y);
     return inFrame(hit, x, y, -guardedLength(1.0f - x * x - y * y));
 }
 
 Vector sampleHalfVector(const HitRecord& hit, const SequenceSampler& sampler) {
     float a1, a2;
-    drawPair(sampler, a1, a2);
+    drawPair(sampler, kUseLobe, a1, a2);
     const float phi = kTwoPi * a1;
     const float ax = hit.alpha[0], ay = hit.alpha[1];
     const float x = ax * std::cos(phi), y = ay * std::sin(phi);
@@ -305,6 +316,7 @@ bool drawDiffusionPoint(const RayState& ray, const HitRecord& hit, DiffusionPoin
 
         point.hit = HitRecord{};
         point.hit.terminal = hit.terminal;
+        point.hit.light_weight = hit.light_weight;
         shadeHit(chord, point.hit);
         if (chord.front != ray.front) {
             point.hit.out_direction = -point.hit.out_direction;
@@ -324,41 +336,45 @@ bool drawDiffusionPoint(const RayState& ray, const HitRecord& hit, DiffusionPoin
     return false;
 }
 
+uint32_t lobeRays(const RayState& ray, const HitRecord& hit, uint8_t tag) {
+    const bool present = tag == kTagLambertian           ? hit.has_lambertian
+                         : tag == kTagDiffuseTransmission ? hit.has_transmissive
+                                                          : hit.has_glossy;
+    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
+    const Color t = lobeThroughput(ray, hit, tag);
+    if (!present || bounces >= registry.bounce || belowCutoff(t)) return 0;
+    return bounces == 0 ? lobeSplit(ray, hit, tag, t).total : 1u;
+}
+
 Color lambertianLobe(const RayState& ray, const HitRecord& hit) {
-    if (isHair(ray)) {
-        const Color t = ray.throughput * hit.lambertian;
-        return belowCutoff(t) ? zero : diffuseLobe(ray, hit, t, false);
-    }
-    const Color t = ray.throughput * hit.lambertian * hit.fresnel_complement;
+    const Color t = lobeThroughput(ray, hit, kTagLambertian);
     if (belowCutoff(t)) return zero;
+    if (isHair(ray)) return diffuseLobe(ray, hit, t, false);
     return diffuseLobe(ray, hit, t, false) * hit.fresnel_complement;
 }
 
 Color transmissiveLobe(const RayState& ray, const HitRecord& hit) {
-    const Color t = ray.throughput * hit.transmissive;
+    const Color t = lobeThroughput(ray, hit, kTagDiffuseTransmission);
     if (belowCutoff(t)) return zero;
     return diffuseLobe(ray, hit, t, true) * hit.fresnel_complement;
 }
 
 Color glossyLobe(const RayState& ray, const HitRecord& hit) {
-    const Color t = ray.throughput * hit.glossy;
+    const Color t = lobeThroughput(ray, hit, kTagGlossyReflection);
     if (belowCutoff(t)) return zero;
     if (isHair(ray)) return fibreGlossyLobe(ray, hit, t);
 
     const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
     RaySum reflected, transmitted;
     if (bounces == 0) {
-        const float w = mean(t) * std::max(hit.fresnel_complement, hit.fresnel);
-        const Split split = firstHitSplit(w, registry.rendererSample);
-        const uint32_t step = cameraSample();
-        uint32_t index = registry.pass_index;
+        const Split split = lobeSplit(ray, hit, kTagGlossyReflection, t);
         for (uint32_t k = 0; k < split.perFrame; ++k) {
+            const uint32_t index = splitIndex(split, k);
             const Vector h = sampleHalfVector(hit, samplerAt(ray, index));
             glossyPair(ray, hit, h, t, reflected, transmitted, [&](RayState& child) {
                 child.sample_index = index;
                 child.split = ray.split * split.perFrame;
             });
-            index = (index + step) & 0xFFFFu;
         }
         return reflected.average() + transmitted.average();
     }

@@ -6,15 +6,7 @@
 #include <cstdint>
 
 #include "core/records.h"
-
-// A position in the rotated Halton sequence: two numbers are drawn from
-// dimensions `dimension` and `dimension` + 1 at `index`.
-struct SequenceSampler {
-    float shift[2];
-    uint32_t index;
-    uint32_t dimension;
-};
-void drawPair(const SequenceSampler& sampler, float& a, float& b);
+#include "core/sequence.h"
 
 // The unit square onto the unit disc by the concentric map.
 void concentricDisc(float a, float b, float& x, float& y);
@@ -46,6 +38,13 @@ struct DiffusionPoint {
 // Draws until a chord finds the same shader; false only when the surface
 // cannot be found around the hit at all.
 bool drawDiffusionPoint(const RayState& ray, const HitRecord& hit, DiffusionPoint& point);
+
+// The rays that the lobe of class `tag` (lambertian, diffuse transmission or
+// glossy reflection) fires from this hit over all frames: its first-hit
+// split's total, one past the first hit while the bounce budget lasts, and
+// none when the class is absent or too dim. Light samples weigh themselves
+// against these counts.
+uint32_t lobeRays(const RayState& ray, const HitRecord& hit, uint8_t tag);
 
 // The lobes: each returns the radiance it gathers, without the layer colour.
 Color lambertianLobe(const RayState& ray, const HitRecord& hit);

@@ -129,7 +129,7 @@ TEST(HemisphereMapping, CosineDensityPassesChiSquare) {
     for (bool below : {false, true}) {
         int bins[kBins][kBins] = {};
         for (uint32_t i = 0; i < kCount; ++i) {
-            const SequenceSampler sampler{{0.37f, 0.81f}, i, 2};
+            const SequenceSampler sampler{0x2C1B3C6Du, i, 2};
             const Vector d = below ? cosineHemisphereBelow(hit, sampler) : cosineHemisphere(hit, sampler);
             const float z = dot(d, hit.normal) * (below ? -1.0f : 1.0f);
             ASSERT_GT(z, 0.0f);
@@ -156,7 +156,7 @@ TEST(GlossySampling, HalfVectorsFollowTheLobe) {
     Vector lean = zero;
     constexpr int kCount = 4096;
     for (uint32_t i = 0; i < kCount; ++i) {
-        const Vector h = sampleHalfVector(hit, {{0.1f, 0.6f}, i, 4});
+        const Vector h = sampleHalfVector(hit, {0x297A2D39u, i, 4});
         const float c2 = h.z * h.z;
         sum += (1.0f - c2) / c2 / (0.2f * 0.2f), lean += h;
     }

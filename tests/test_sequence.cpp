@@ -1,0 +1,106 @@
+// The sample sequence of camera paths: nets in every prefix, and keys that
+// keep pixels and events apart.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "core/random.h"
+#include "core/sequence.h"
+
+namespace {
+
+// Every elementary box of area 2^-k, of each of the k + 1 shapes, holds
+// exactly one of the first 2^k pairs, for k up to 10: a (0, k, 2)-net in
+// every prefix. The first draw alone is stratified in 2^k intervals.
+TEST(Sequence, EveryPrefixIsANetInEachEvent) {
+    for (uint32_t key : {1u, 0x9E3779B9u, 0xDEADBEEFu})
+        for (uint32_t dimension : {0u, 2u, 7u})
+            for (SequenceUse use : {kUseJitter, kUseLobe, kUseGeometryLight, kUseSkyPosition}) {
+                std::vector<float> a, b;
+                for (uint32_t i = 0; i < 1024; ++i) {
+                    float x, y;
+                    drawPair({key, i, dimension}, use, x, y);
+                    ASSERT_TRUE(x >= 0.0f && x < 1.0f && y >= 0.0f && y < 1.0f);
+                    ASSERT_EQ(drawOne({key, i, dimension}, use), x);
+                    a.push_back(x), b.push_back(y);
+                }
+                for (int k = 0; k <= 10; ++k)
+                    for (int i = 0; i <= k; ++i) {
+                        const int columns = 1 << i, rows = 1 << (k - i);
+                        std::vector<int> boxes(size_t(1) << k, 0);
+                        for (int n = 0; n < (1 << k); ++n)
+                            ++boxes[size_t(int(a[n] * columns) * rows + int(b[n] * rows))];
+                        for (int count : boxes) ASSERT_EQ(count, 1) << key << " " << dimension << " " << use << " " << k;
+                    }
+            }
+}
+
+// Pixels side by side and 16 apart, events of one ray, and the dimensions
+// of a path each draw their own numbers; over many pixels the first draw is
+// spread evenly (a chi-square over 8 x 8 cells), so no pixel pattern repeats.
+TEST(Sequence, PixelsAndEventsDrawApart) {
+    const uint32_t seed = 12345;
+    std::set<uint32_t> keys;
+    for (int y = 0; y < 64; ++y)
+        for (int x = 0; x < 64; ++x) keys.insert(pixelSequenceKey(seed, x, y));
+    EXPECT_EQ(keys.size(), 64u * 64u);
+    EXPECT_NE(pixelSequenceKey(seed, 3, 5), pixelSequenceKey(seed + 1, 3, 5));
+
+    int cells[8][8] = {};
+    for (int y = 0; y < 64; ++y)
+        for (int x = 0; x < 64; ++x) {
+            float a, b;
+            drawPair({pixelSequenceKey(seed, x, y), 0, 0}, kUseJitter, a, b);
+            ++cells[int(a * 8)][int(b * 8)];
+            float c, d;
+            drawPair({pixelSequenceKey(seed, x + 16, y), 0, 0}, kUseJitter, c, d);
+            EXPECT_TRUE(a != c || b != d);
+        }
+    double chi2 = 0.0;
+    for (auto& row : cells)
+        for (int n : row) chi2 += (n - 64.0) * (n - 64.0) / 64.0;
+    EXPECT_LT(chi2, 110.0);   // 63 degrees of freedom, p < 1e-4
+
+    // Two events of one ray at the same index are unrelated: their first
+    // numbers over 256 indices correlate no more than chance allows.
+    for (auto [u, v, dv] : {std::tuple{kUseJitter, kUseLobe, 0u}, std::tuple{kUseLobe, kUseGeometryLight, 0u},
+                            std::tuple{kUseLobe, kUseLobe, 2u}}) {
+        double sum = 0.0;
+        for (uint32_t i = 0; i < 256; ++i)
+            sum += (drawOne({77, i, 4}, u) - 0.5) * (drawOne({77, i, 4 + dv}, v) - 0.5);
+        EXPECT_LT(std::fabs(sum / 256.0 * 12.0), 0.25) << u << " " << v << " " << dv;
+    }
+}
+
+// Photons keep the plain Halton sequence of their index.
+TEST(Sequence, KeyZeroDrawsTheHaltonSequence) {
+    initializeRandomTables();
+    float a, b;
+    drawPair({0, 5, 2}, kUseLobe, a, b);
+    EXPECT_EQ(a, radicalInverse(5, 2));
+    EXPECT_EQ(b, radicalInverse(5, 3));
+    EXPECT_EQ(drawOne({0, 9, 0}, kUseGeometryLight), 0.5625f);
+}
+
+// The second Sobol dimension and the scramble: known first values, and a
+// scramble that swaps the halves of dyadic intervals and nothing else.
+TEST(Sequence, SobolAndScramble) {
+    const uint32_t expected[8] = {0, 1u << 31, 3u << 30, 1u << 30, 5u << 29, 1u << 29, 3u << 29, 7u << 29};
+    for (uint32_t i = 0; i < 8; ++i) EXPECT_EQ(sobolBits(i, 1), expected[i]) << i;
+    EXPECT_EQ(sobolBits(6, 0), 3u << 29);   // 110 mirrored: 0.011
+    for (uint32_t seed : {0u, 1u, 0xABCDEF01u}) {
+        std::set<uint32_t> top;
+        for (uint32_t v = 0; v < 256; ++v) {
+            const uint32_t s = nestedScramble(v << 24, seed);
+            top.insert(s >> 24);
+            // Values that share their first digits keep sharing them.
+            EXPECT_EQ(nestedScramble((v << 24) | 0x00FFFFFFu, seed) >> 24, s >> 24);
+        }
+        EXPECT_EQ(top.size(), 256u);   // a permutation of the first eight digits
+    }
+}
+
+}  // namespace
