@@ -15,6 +15,24 @@ constexpr std::array<uint32_t, 32> kSecondDimension = [] {
     return v;
 }();
 
+// Sobol's third dimension, from x^2 + x + 1 with the first numbers 1 and 3,
+// and its fourth, from x^3 + x + 1 with 1, 3 and 1.
+constexpr std::array<uint32_t, 32> kThirdDimension = [] {
+    std::array<uint32_t, 32> v{};
+    v[0] = 1u << 31;
+    v[1] = 3u << 30;
+    for (int k = 2; k < 32; ++k) v[k] = v[k - 1] ^ v[k - 2] ^ (v[k - 2] >> 2);
+    return v;
+}();
+constexpr std::array<uint32_t, 32> kFourthDimension = [] {
+    std::array<uint32_t, 32> v{};
+    v[0] = 1u << 31;
+    v[1] = 3u << 30;
+    v[2] = 1u << 29;
+    for (int k = 3; k < 32; ++k) v[k] = v[k - 2] ^ v[k - 3] ^ (v[k - 3] >> 3);
+    return v;
+}();
+
 inline uint32_t reverseBits(uint32_t x) {
     x = (x << 16) | (x >> 16);
     x = ((x & 0x00FF00FFu) << 8) | ((x & 0xFF00FF00u) >> 8);
@@ -49,9 +67,19 @@ uint32_t mixBits(uint32_t x) {
 
 uint32_t sobolBits(uint32_t index, int dimension) {
     if (dimension == 0) return reverseBits(index);
+    const std::array<uint32_t, 32>& columns =
+        dimension == 1 ? kSecondDimension : (dimension == 2 ? kThirdDimension : kFourthDimension);
     uint32_t v = 0;
-    for (; index != 0; index &= index - 1) v ^= kSecondDimension[uint32_t(__builtin_ctz(index))];
+    for (; index != 0; index &= index - 1) v ^= columns[uint32_t(__builtin_ctz(index))];
     return v;
+}
+
+float drawWithJitter(uint32_t key, uint32_t frame, SequenceUse use) {
+    // The jitter's own shuffle of the frame, and a dimension of the same
+    // Sobol point beyond the jitter's two.
+    const uint32_t index = nestedScramble(frame, eventSeeds(key, 0, kUseJitter).shuffle);
+    const int dimension = use == kUseSkyTexel ? 3 : 2;
+    return unit(nestedScramble(sobolBits(index, dimension), eventSeeds(key, 0, use).first));
 }
 
 uint32_t nestedScramble(uint32_t value, uint32_t seed) {

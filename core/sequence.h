@@ -44,12 +44,18 @@ float drawOne(const SequenceSampler& sampler, SequenceUse use);
 // The key of pixel (x, y) for a run's seed: never 0.
 uint32_t pixelSequenceKey(uint32_t seed, int x, int y);
 
-// Dimension 0 or 1 of the Sobol sequence at `index`, as 32 bits of a binary
+// Dimension 0 to 3 of the Sobol sequence at `index`, as 32 bits of a binary
 // fraction.
 uint32_t sobolBits(uint32_t index, int dimension);
 // Owen's nested uniform scramble of a 32-bit binary fraction: a random swap
 // of the halves of every dyadic interval, chosen by the hash of `seed`. A
 // bijection that keeps every dyadic interval together.
 uint32_t nestedScramble(uint32_t value, uint32_t seed);
+// The pick of a light (kUseGeometryLight or kUseSkyTexel) that a pixel's
+// first hit takes once a frame, drawn with the pixel's jitter of `frame`: a
+// third and a fourth dimension of the jitter's Sobol point, so that the
+// picks of the frames are stratified jointly with the places in the pixel
+// (light that changes across a pixel, as in a penumbra, converges faster).
+float drawWithJitter(uint32_t key, uint32_t frame, SequenceUse use);
 // A 32-bit mix with full avalanche, for seeds and keys.
 uint32_t mixBits(uint32_t value);

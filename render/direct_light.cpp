@@ -120,6 +120,14 @@ LobeBundle sampleLight(const LightContext& c, int budget, bool spread, Sample sa
     return sum;
 }
 
+// The number that picks a light's point or texel for sample `index` of
+// `total` (0 past the first hit). A first hit that takes one sample a frame
+// draws it with the pixel's jitter.
+float lightPick(const RayState& ray, uint32_t index, uint32_t total, SequenceUse use) {
+    if (total == cameraSample() && ray.dimension == 0) return drawWithJitter(ray.sequence_key, index, use);
+    return drawOne({ray.sequence_key, index, ray.dimension}, use);
+}
+
 // Two numbers of the ray's sequence at `index` for a light's event.
 inline void lightNumbers(const RayState& ray, uint32_t index, SequenceUse use, float& a, float& b) {
     drawPair(SequenceSampler{ray.sequence_key, index, ray.dimension}, use, a, b);
@@ -182,15 +190,14 @@ bool reachesAClass(const LightContext& c, float a, float g) {
 inline float balance(float pl, float nb, float pb) { return pl / (pl + nb * pb); }
 
 // The rays that the hit's lobes fire over all frames, by class: what a light
-// sample weighs itself against. `share` scales them (the sky counts its
-// samples against half of them).
+// sample weighs itself against.
 struct LobeCounts {
     float lambertian, transmissive, glossy;
+    LobeCounts operator*(float s) const { return {lambertian * s, transmissive * s, glossy * s}; }
 };
-LobeCounts lobeCounts(const LightContext& c, float share) {
-    return {share * float(lobeRays(c.ray, c.hit, kTagLambertian)),
-            share * float(lobeRays(c.ray, c.hit, kTagDiffuseTransmission)),
-            share * float(lobeRays(c.ray, c.hit, kTagGlossyReflection))};
+LobeCounts lobeCounts(const LightContext& c) {
+    return {float(lobeRays(c.ray, c.hit, kTagLambertian)), float(lobeRays(c.ray, c.hit, kTagDiffuseTransmission)),
+            float(lobeRays(c.ray, c.hit, kTagGlossyReflection))};
 }
 
 // A sample of an emitter or the sky, weighed against the lobes that could
@@ -240,9 +247,10 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
     if (!(light.totalArea > 0.0f) || light.sample <= 0 || !linkAllows(registry.geometryLightLink, ray.shader))
         return {};
     const LightContext c = lightContext(ray, hit);
+    const LobeCounts nb = lobeCounts(c);
     const Distribution& points = registry.geometryLightDistribution;
     return sampleLight(c, light.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
-        const int k = sample(points, drawOne({ray.sequence_key, index, ray.dimension}, kUseGeometryLight));
+        const int k = sample(points, lightPick(ray, index, total, kUseGeometryLight));
         const GeometryLightPoint& q = registry.geometryLightPoints[size_t(k)];
         const float p = probability(points, k);
         const HitRecord& from = *origin.hit;
@@ -266,7 +274,6 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
         if (belowCutoff(T)) return LobeBundle{};
         // Weighed by the samples that each side really takes at this hit.
         const float nl = total ? float(total) : 1.0f;
-        const LobeCounts nb = lobeCounts(c, 1.0f);
         const float pl = nl * d2 / (cosLight * light.totalArea);
         const float toLight = cosLight / (d2 * float(kGeometryLightPoints) * p);
         if (c.hair) return balancedHairSample(c, origin, l, T * q.power * (kPi * toLight), pl, nb);
@@ -285,9 +292,10 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
     const SkyLightValues& sky = registry.skyLight;
     if (sky.sample < 1 || !linkAllows(registry.skyLightLink, ray.shader)) return {};
     const LightContext c = lightContext(ray, hit);
+    const LobeCounts nb = lobeCounts(c);
     const Distribution& texels = skyDistribution();
     const LobeBundle b = sampleLight(c, sky.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
-        const int code = sample(texels, drawOne({ray.sequence_key, index, ray.dimension}, kUseSkyTexel));
+        const int code = sample(texels, lightPick(ray, index, total, kUseSkyTexel));
         float s, t;
         lightNumbers(ray, index, kUseSkyPosition, s, t);
         const Vector l = cubeDirection(code >> 16, float(code & 0xFF) + s, float((code >> 8) & 0xFF) + t);
@@ -305,19 +313,19 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
             const float P = density;
             if (P <= 1e-8f) return LobeBundle{};
             const float Q = float(total) * P;
-            if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, lobeCounts(c, 1.0f));
-            return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, lobeCounts(c, 0.5f));
+            if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, nb);
+            return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, nb * 0.5f);
         }
         // One sample from a fibre carries its shadow ray's throughput like any
         // other light sample: the path's own throughput, which the fibre's
         // weights (three times a lobe's share) can raise above 1 from bounce
         // to bounce, is applied by the lobes that led here.
-        if (c.hair) return balancedHairSample(c, origin, l, radiance / density * T, density, lobeCounts(c, 1.0f));
+        if (c.hair) return balancedHairSample(c, origin, l, radiance / density * T, density, nb);
         // One sample: the shadow ray only gates it, and the path's
         // throughput takes its place.
         const float P = 2.0f * density;
         return balancedSample(c, origin, l, a, radiance * (2.0f * std::fabs(a) / (P * kPi)) * ray.throughput, P,
-                              lobeCounts(c, 1.0f));
+                              nb);
     });
     return intoAovs(registry.skyLightAOVs, ray, hit, b);
 }

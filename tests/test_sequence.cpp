@@ -38,6 +38,37 @@ TEST(Sequence, EveryPrefixIsANetInEachEvent) {
             }
 }
 
+// The picks that a first hit takes once a frame come from the same Sobol
+// point as the pixel's jitter: each alone is stratified in every prefix, and
+// with either coordinate of the jitter it forms a net of quality t (every box
+// of area 2^(t - k) holds 2^t of the first 2^k points): 1 for the geometry
+// light's third dimension, 2 for the sky's fourth. Independent sequences
+// would leave boxes empty at every size.
+TEST(Sequence, LightPicksAreStratifiedWithTheJitter) {
+    for (uint32_t key : {5u, 0xC0FFEE11u})
+        for (auto [use, t] : {std::pair{kUseGeometryLight, 1}, std::pair{kUseSkyTexel, 2}}) {
+            std::vector<float> jitter[2], pick;
+            for (uint32_t f = 0; f < 1024; ++f) {
+                float x, y;
+                drawPair({key, f, 0}, kUseJitter, x, y);
+                jitter[0].push_back(x), jitter[1].push_back(y);
+                pick.push_back(drawWithJitter(key, f, use));
+            }
+            for (int k = t; k <= 10; ++k) {
+                std::vector<int> strata(size_t(1) << k, 0);
+                for (int n = 0; n < (1 << k); ++n) ++strata[size_t(pick[n] * float(1 << k))];
+                for (int count : strata) ASSERT_EQ(count, 1) << use << " " << k;
+                for (const std::vector<float>& j : jitter)
+                    for (int i = 0; i <= k - t; ++i) {
+                        const int columns = 1 << i, rows = 1 << (k - t - i);
+                        std::vector<int> boxes(size_t(1) << (k - t), 0);
+                        for (int n = 0; n < (1 << k); ++n) ++boxes[size_t(int(j[n] * columns) * rows + int(pick[n] * rows))];
+                        for (int count : boxes) ASSERT_EQ(count, 1 << t) << use << " " << k << " " << i;
+                    }
+            }
+        }
+}
+
 // Pixels side by side and 16 apart, events of one ray, and the dimensions
 // of a path each draw their own numbers; over many pixels the first draw is
 // spread evenly (a chi-square over 8 x 8 cells), so no pixel pattern repeats.
