@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/constants.h"
+#include "core/hilbert.h"
 #include "core/random.h"
 #include "core/registry.h"
 #include "core/report.h"
@@ -44,25 +45,6 @@ struct FaceOfPoint {
     std::vector<const Instance*> chain;
     bool operator==(const FaceOfPoint&) const = default;
 };
-
-// The index of (x, y), 16 bits each, along a Hilbert curve over the square:
-// neighbours on the curve are neighbours in the square.
-uint32_t hilbertIndex(uint32_t x, uint32_t y) {
-    constexpr uint32_t kSide = 1u << 16;
-    uint32_t d = 0;
-    for (uint32_t s = kSide / 2; s > 0; s /= 2) {
-        const uint32_t rx = (x & s) ? 1u : 0u, ry = (y & s) ? 1u : 0u;
-        d += s * s * ((3u * rx) ^ ry);
-        if (ry == 0) {
-            if (rx == 1) {
-                x = kSide - 1 - x;
-                y = kSide - 1 - y;
-            }
-            std::swap(x, y);
-        }
-    }
-    return d;
-}
 
 // Point i of the set, or false when the surface there does not emit; `face`
 // tells where it was drawn either way.
@@ -120,7 +102,7 @@ void drawPoints(const Object* root) {
         std::swap(previous, face);
         const uint32_t x = uint32_t(radicalInverse(uint32_t(i), 0) * 65535.0f);
         const uint32_t y = uint32_t(radicalInverse(uint32_t(i), 1) * 65535.0f);
-        keys[i] = run << 32 | hilbertIndex(x, y);
+        keys[i] = run << 32 | hilbertIndex(x, y, 16);
     }
     std::vector<uint32_t> order(n);
     for (size_t i = 0; i < n; ++i) order[i] = uint32_t(i);

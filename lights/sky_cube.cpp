@@ -5,6 +5,7 @@
 
 #include "core/constants.h"
 #include "core/exponent.h"
+#include "core/hilbert.h"
 #include "core/registry.h"
 #include "lights/sky_light.h"
 #include "shading/images.h"
@@ -50,6 +51,16 @@ const Distribution& skyDistribution() { return cubeDistribution; }
 
 Vector cubeDirection(int face, float s, float t) {
     return faceDirection(face, warp(128.0f - s), warp(128.0f - t), warp(128.0f), warp(-128.0f));
+}
+
+uint32_t skyEntryOf(uint32_t code) {
+    return (code & 0xFFFF0000u) | hilbertIndex(code & 0xFFu, (code >> 8) & 0xFFu, 8);
+}
+
+uint32_t skyTexelOfEntry(uint32_t entry) {
+    uint32_t x, y;
+    hilbertCell(entry & 0xFFFFu, 8, x, y);
+    return (entry & 0xFFFF0000u) | y << 8 | x;
 }
 
 uint32_t cubeTexelOf(Vector d) {
@@ -138,9 +149,9 @@ bool bakeSkyCube() {
                         sum += skyRadiance(d);
                     }
                 const Color average = sum * 0.0625f;
-                const int index = face * kCubeFaceTexels + y * kCubeFaceSize + x;
+                const uint32_t code = uint32_t(face) << 16 | uint32_t(y) << 8 | uint32_t(x);
                 texels[y * kCubeFaceSize + x] = packRgbe(average);
-                setWeight(cubeDistribution, index, largestChannel(average));
+                setWeight(cubeDistribution, int(skyEntryOf(code)), largestChannel(average));
             }
     }
 

@@ -17,9 +17,14 @@ inline constexpr int kCubeTexels = 6 * kCubeFaceTexels;
 // The baked cube: texel (x, y) of face f is skyCube[f][y * 256 + x], red,
 // green and blue mantissas in the low three bytes and the exponent on top.
 extern std::vector<uint32_t> skyCube[6];
-// One entry per texel, indexed (face << 16) + y * 256 + x, weighted by the
-// texel's largest channel. Empty unless an image was baked.
+// One entry per texel, weighted by the texel's largest channel; empty unless
+// an image was baked. The entries run face by face, and over each face along
+// a Hilbert curve, so that a stratified pick of entries is stratified over
+// the sky: entry (face << 16) + d is the texel at place d of its face's curve.
 const Distribution& skyDistribution();
+// The entry of a texel code, and the texel code of an entry.
+uint32_t skyEntryOf(uint32_t code);
+uint32_t skyTexelOfEntry(uint32_t entry);
 
 // The unit direction through cube position (s, t) of a face, s and t in
 // texels (0 to 256). The cube is warped so that texels cover more nearly
@@ -35,7 +40,7 @@ float texelSolidAngle(uint32_t code);
 // The density per steradian at which the lights draw directions in a texel:
 // its probability in the distribution over its solid angle.
 inline float skyDensity(uint32_t code) {
-    return probability(skyDistribution(), int(code)) / texelSolidAngle(code);
+    return probability(skyDistribution(), int(skyEntryOf(code))) / texelSolidAngle(code);
 }
 
 // The sky along a direction: the image times the colour, or the colour

@@ -125,12 +125,12 @@ void emitSkyPhoton(RayState& ray, uint64_t index) {
         d = {s * std::cos(kTwoPi * a), s * std::sin(kTwoPi * a), 1.0f - 2.0f * b};
         power = skyRadiance(d) * sky.photonPower;
     } else {
-        const int code = sample(texels, radicalInverse(i, 0));
+        const uint32_t code = skyTexelOfEntry(uint32_t(sample(texels, radicalInverse(i, 0))));
         d = cubeDirection(code >> 16, float(code & 0xFF) + 0.5f, float((code >> 8) & 0xFF) + 0.5f);
         // The texel's own solid angle over its probability, as the sky's
         // direct samples weigh it, in place of the mean texel.
-        const float density = skyDensity(uint32_t(code));
-        if (probability(texels, code) >= 1e-8f && density > 0.0f)
+        const float density = skyDensity(code);
+        if (probability(texels, int(skyEntryOf(code))) >= 1e-8f && density > 0.0f)
             power = skyRadiance(d) * sky.photonPower * (1.0f / (kFourPi * density));
     }
     float x, y;

@@ -295,7 +295,7 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
     const LobeCounts nb = lobeCounts(c);
     const Distribution& texels = skyDistribution();
     const LobeBundle b = sampleLight(c, sky.sample, true, [&](uint32_t index, SampleOrigin& origin, uint32_t total) {
-        const int code = sample(texels, lightPick(ray, index, total, kUseSkyTexel));
+        const uint32_t code = skyTexelOfEntry(uint32_t(sample(texels, lightPick(ray, index, total, kUseSkyTexel))));
         float s, t;
         lightNumbers(ray, index, kUseSkyPosition, s, t);
         const Vector l = cubeDirection(code >> 16, float(code & 0xFF) + s, float((code >> 8) & 0xFF) + t);
@@ -308,7 +308,7 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         const Color radiance = skyRadiance(l);
         // The density of the draw per steradian; the weights below count it
         // twice against half the lobes' budget, or once against a fibre's.
-        const float density = skyDensity(uint32_t(code));
+        const float density = skyDensity(code);
         if (total) {
             const float P = density;
             if (P <= 1e-8f) return LobeBundle{};

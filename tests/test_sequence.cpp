@@ -7,6 +7,7 @@
 #include <tuple>
 #include <vector>
 
+#include "core/hilbert.h"
 #include "core/random.h"
 #include "core/sequence.h"
 
@@ -131,6 +132,23 @@ TEST(Sequence, SobolAndScramble) {
             EXPECT_EQ(nestedScramble((v << 24) | 0x00FFFFFFu, seed) >> 24, s >> 24);
         }
         EXPECT_EQ(top.size(), 256u);   // a permutation of the first eight digits
+    }
+}
+
+// The order the lights store their tables in: every step along the curve
+// goes to a side neighbour, and the index inverts the cell.
+TEST(HilbertCurve, StepsToANeighbourAndInverts) {
+    for (int bits : {1, 3, 8}) {
+        uint32_t px = 0, py = 0;
+        for (uint32_t d = 0; d < (1u << (2 * bits)); ++d) {
+            uint32_t x, y;
+            hilbertCell(d, bits, x, y);
+            ASSERT_EQ(hilbertIndex(x, y, bits), d) << bits;
+            if (d > 0) {
+                ASSERT_EQ((x > px ? x - px : px - x) + (y > py ? y - py : py - y), 1u) << bits << " " << d;
+            }
+            px = x, py = y;
+        }
     }
 }
 

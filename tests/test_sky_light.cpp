@@ -119,9 +119,11 @@ TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
     };
     // Expected shares: the claimed density over 4 x 4 parts of each texel.
     std::vector<double> expected(kBins, 0.0);
-    for (int code = 0; code < kCubeTexels; ++code) {
-        const float p = probability(d, code);
+    for (int entry = 0; entry < kCubeTexels; ++entry) {
+        const float p = probability(d, entry);
         if (p == 0.0f) continue;
+        const uint32_t code = skyTexelOfEntry(uint32_t(entry));
+        ASSERT_EQ(skyEntryOf(code), uint32_t(entry));
         const int face = code >> 16, y = (code >> 8) & 255, x = code & 255;
         for (int j = 0; j < 4; ++j)
             for (int i = 0; i < 4; ++i)
@@ -137,7 +139,7 @@ TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
     std::vector<int> counts(kBins, 0);
     double sunShare = 0.0;
     for (int n = 0; n < kDraws; ++n) {
-        const int code = sample(d, uniform(random));
+        const uint32_t code = skyTexelOfEntry(uint32_t(sample(d, uniform(random))));
         const Vector v = cubeDirection(code >> 16, float(code & 255) + uniform(random), float((code >> 8) & 255) + uniform(random));
         ++counts[size_t(bin(v))];
         sunShare += largestChannel(skyRadiance(v)) > 50.0f;
