@@ -1,44 +1,85 @@
 #include "core/sequence.h"
 
 #include <array>
+#include <cstddef>
 
 #include "core/random.h"
 
 namespace {
 
-// The direction numbers of Sobol's second dimension, from the polynomial
-// x + 1: each column is the one before, xor its own shift by one.
-constexpr std::array<uint32_t, 32> kSecondDimension = [] {
-    std::array<uint32_t, 32> v{};
-    v[0] = 1u << 31;
-    for (int k = 1; k < 32; ++k) v[k] = v[k - 1] ^ (v[k - 1] >> 1);
-    return v;
-}();
+constexpr uint32_t reverseBitsSlowly(uint32_t x) {
+    uint32_t r = 0;
+    for (int k = 0; k < 32; ++k) r |= ((x >> k) & 1u) << (31 - k);
+    return r;
+}
 
-// Sobol's third dimension, from x^2 + x + 1 with the first numbers 1 and 3,
-// and its fourth, from x^3 + x + 1 with 1, 3 and 1.
-constexpr std::array<uint32_t, 32> kThirdDimension = [] {
+// The columns of Sobol's generator matrices from a primitive polynomial of
+// degree s (its middle coefficients as the bits of `a`, the highest first)
+// and its first s direction numbers m: each column from the s before it.
+constexpr std::array<uint32_t, 32> sobolColumns(int s, uint32_t a, std::array<uint32_t, 3> m) {
     std::array<uint32_t, 32> v{};
-    v[0] = 1u << 31;
-    v[1] = 3u << 30;
-    for (int k = 2; k < 32; ++k) v[k] = v[k - 1] ^ v[k - 2] ^ (v[k - 2] >> 2);
+    for (int k = 0; k < s; ++k) v[std::size_t(k)] = m[std::size_t(k)] << (31 - k);
+    for (int k = s; k < 32; ++k) {
+        uint32_t c = v[std::size_t(k - s)] ^ (v[std::size_t(k - s)] >> s);
+        for (int j = 1; j < s; ++j)
+            if ((a >> (s - 1 - j)) & 1u) c ^= v[std::size_t(k - j)];
+        v[std::size_t(k)] = c;
+    }
     return v;
-}();
-constexpr std::array<uint32_t, 32> kFourthDimension = [] {
-    std::array<uint32_t, 32> v{};
-    v[0] = 1u << 31;
-    v[1] = 3u << 30;
-    v[2] = 1u << 29;
-    for (int k = 3; k < 32; ++k) v[k] = v[k - 2] ^ v[k - 3] ^ (v[k - 3] >> 3);
-    return v;
-}();
+}
+
+// For each byte of an index, the xor of the bit-reversed columns of its set
+// bits: four loads give a dimension of the point in reversed bit order.
+using ByteTables = std::array<std::array<uint32_t, 256>, 4>;
+constexpr ByteTables byteTables(const std::array<uint32_t, 32>& columns) {
+    ByteTables t{};
+    for (int b = 0; b < 4; ++b)
+        for (uint32_t value = 0; value < 256; ++value)
+            for (int j = 0; j < 8; ++j)
+                if ((value >> j) & 1u) t[std::size_t(b)][value] ^= reverseBitsSlowly(columns[std::size_t(8 * b + j)]);
+    return t;
+}
+
+// Dimensions 1 to 3: from x + 1, x^2 + x + 1 and x^3 + x + 1, with the first
+// direction numbers 1; 1, 3; and 1, 3, 1. (Dimension 0 is the radical
+// inverse in base 2.)
+constexpr ByteTables kDimensionTables[3] = {
+    byteTables(sobolColumns(1, 0, {1, 0, 0})),
+    byteTables(sobolColumns(2, 1, {1, 3, 0})),
+    byteTables(sobolColumns(3, 1, {1, 3, 1})),
+};
 
 inline uint32_t reverseBits(uint32_t x) {
-    x = (x << 16) | (x >> 16);
-    x = ((x & 0x00FF00FFu) << 8) | ((x & 0xFF00FF00u) >> 8);
+    x = __builtin_bswap32(x);
     x = ((x & 0x0F0F0F0Fu) << 4) | ((x & 0xF0F0F0F0u) >> 4);
     x = ((x & 0x33333333u) << 2) | ((x & 0xCCCCCCCCu) >> 2);
     return ((x & 0x55555555u) << 1) | ((x & 0xAAAAAAAAu) >> 1);
+}
+
+// Sobol dimension `dimension` at `index`, in reversed bit order: the first
+// digit of the fraction in the lowest bit.
+inline uint32_t reversedSobol(uint32_t index, int dimension) {
+    if (dimension == 0) return index;
+    const ByteTables& t = kDimensionTables[dimension - 1];
+    return t[0][index & 255u] ^ t[1][(index >> 8) & 255u] ^ t[2][(index >> 16) & 255u] ^ t[3][index >> 24];
+}
+
+// Owen's scramble in reversed order, where the first digit of the fraction
+// is the lowest bit: an addition and xors with products by even numbers
+// change each bit by the bits below it alone, so that each digit flips by
+// the digits before it. The constants are Burley's.
+inline uint32_t laineKarras(uint32_t x, uint32_t seed) {
+    x += seed;
+    x ^= x * 0x6C50B47Cu;
+    x ^= x * 0xB82F1E52u;
+    x ^= x * 0xC7AFE638u;
+    x ^= x * 0x8D22F6E6u;
+    return x;
+}
+
+// Dimension `dimension` of the Sobol point at `index`, scrambled by `seed`.
+inline uint32_t scrambledSobol(uint32_t index, int dimension, uint32_t seed) {
+    return reverseBits(laineKarras(reversedSobol(index, dimension), seed));
 }
 
 // 24 bits of a binary fraction as a float below 1.
@@ -54,6 +95,10 @@ inline EventSeeds eventSeeds(uint32_t key, uint32_t dimension, SequenceUse use) 
     return {mixBits(base ^ 0x68E31DA4u), mixBits(base ^ 0xB5297A4Du), mixBits(base ^ 0x1B56C4E9u)};
 }
 
+// The index shuffled by Owen's scramble of its bits taken as a fraction in
+// reverse: every aligned block of 2^k indices stays together.
+inline uint32_t shuffled(uint32_t index, uint32_t seed) { return reverseBits(laineKarras(reverseBits(index), seed)); }
+
 }  // namespace
 
 uint32_t mixBits(uint32_t x) {
@@ -65,35 +110,15 @@ uint32_t mixBits(uint32_t x) {
     return x;
 }
 
-uint32_t sobolBits(uint32_t index, int dimension) {
-    if (dimension == 0) return reverseBits(index);
-    const std::array<uint32_t, 32>& columns =
-        dimension == 1 ? kSecondDimension : (dimension == 2 ? kThirdDimension : kFourthDimension);
-    uint32_t v = 0;
-    for (; index != 0; index &= index - 1) v ^= columns[uint32_t(__builtin_ctz(index))];
-    return v;
-}
+uint32_t sobolBits(uint32_t index, int dimension) { return reverseBits(reversedSobol(index, dimension)); }
+
+uint32_t nestedScramble(uint32_t value, uint32_t seed) { return reverseBits(laineKarras(reverseBits(value), seed)); }
 
 float drawWithJitter(uint32_t key, uint32_t frame, SequenceUse use) {
     // The jitter's own shuffle of the frame, and a dimension of the same
     // Sobol point beyond the jitter's two.
-    const uint32_t index = nestedScramble(frame, eventSeeds(key, 0, kUseJitter).shuffle);
-    const int dimension = use == kUseSkyTexel ? 3 : 2;
-    return unit(nestedScramble(sobolBits(index, dimension), eventSeeds(key, 0, use).first));
-}
-
-uint32_t nestedScramble(uint32_t value, uint32_t seed) {
-    // In reversed order the first digit of the fraction is the lowest bit.
-    // An addition and xors with products by even numbers change each bit
-    // by the bits below it alone, so each digit flips by the digits before
-    // it: a nested scramble. The constants are Burley's.
-    uint32_t x = reverseBits(value);
-    x += seed;
-    x ^= x * 0x6C50B47Cu;
-    x ^= x * 0xB82F1E52u;
-    x ^= x * 0xC7AFE638u;
-    x ^= x * 0x8D22F6E6u;
-    return reverseBits(x);
+    const uint32_t index = shuffled(frame, eventSeeds(key, 0, kUseJitter).shuffle);
+    return unit(scrambledSobol(index, use == kUseSkyTexel ? 3 : 2, eventSeeds(key, 0, use).first));
 }
 
 uint32_t pixelSequenceKey(uint32_t seed, int x, int y) {
@@ -110,13 +135,13 @@ void drawPair(const SequenceSampler& sampler, SequenceUse use, float& a, float& 
     const EventSeeds seeds = eventSeeds(sampler.key, sampler.dimension, use);
     // A shuffled index keeps every aligned block of 2^k indices together, so
     // the first 2^k draws still form a net.
-    const uint32_t index = nestedScramble(sampler.index, seeds.shuffle);
-    a = unit(nestedScramble(sobolBits(index, 0), seeds.first));
-    b = unit(nestedScramble(sobolBits(index, 1), seeds.second));
+    const uint32_t index = shuffled(sampler.index, seeds.shuffle);
+    a = unit(scrambledSobol(index, 0, seeds.first));
+    b = unit(scrambledSobol(index, 1, seeds.second));
 }
 
 float drawOne(const SequenceSampler& sampler, SequenceUse use) {
     if (sampler.key == 0) return radicalInverse(sampler.index, sampler.dimension);
     const EventSeeds seeds = eventSeeds(sampler.key, sampler.dimension, use);
-    return unit(nestedScramble(sobolBits(nestedScramble(sampler.index, seeds.shuffle), 0), seeds.first));
+    return unit(scrambledSobol(shuffled(sampler.index, seeds.shuffle), 0, seeds.first));
 }
