@@ -44,7 +44,6 @@ struct GeometryLightValues {
     int photon = 1000000;        // geometryLightPhoton
     float scale = 1.0f;          // emission scale
     Color photonPower{1.0f, 1.0f, 1.0f};
-    int workingSample = 64;
     float totalArea = 0.0f;
 };
 
@@ -60,7 +59,6 @@ struct SkyLightValues {
     float inverseFrame[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     float ior = 1.0f;
     Color photonPower{0.0f, 0.0f, 0.0f};
-    int workingSample = 64;      // the renderer's sample count, copied at preparation
     VolumeShader medium;         // skyMedium: the scene's air
 };
 

@@ -307,7 +307,7 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         if (belowCutoff(T)) return LobeBundle{};
         const Color radiance = skyRadiance(l);
         // The density of the draw per steradian; the weights below count it
-        // twice against half the lobes' budget, or once against a fibre's.
+        // twice against half the lobes' rays, or once against a fibre's.
         const float density = skyDensity(code);
         if (total) {
             const float P = density;

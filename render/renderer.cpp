@@ -50,8 +50,6 @@ void prepareRenderer() {
     std::memset(registry.threadRays, 0, sizeof registry.threadRays);
     std::memset(registry.threadShadowRays, 0, sizeof registry.threadShadowRays);
 
-    registry.skyLight.workingSample = registry.rendererSample;
-    registry.geometryLight.workingSample = registry.rendererSample;
     reportCount("renderer sample", registry.rendererSample, "n/a");
     reportRule();
 }

@@ -127,9 +127,8 @@ TEST_F(LifecycleTest, RendererLimits) {
     registry.threadRays[3] = 12;
     registry.threadShadowRays[200] = 4;
     quietly(lvInitializeRenderer);
-    EXPECT_EQ((std::vector<int>{registry.ray_depth, registry.photon_depth, registry.bounce,
-                                registry.skyLight.workingSample, registry.geometryLight.workingSample}),
-              (std::vector<int>{1, 1, 1, 5, 5}));
+    EXPECT_EQ((std::vector<int>{registry.ray_depth, registry.photon_depth, registry.bounce}),
+              (std::vector<int>{1, 1, 1}));
     EXPECT_EQ((std::vector<float>{registry.clamp[0], registry.clamp[1], registry.clamp[2]}),
               (std::vector<float>{0.0f, 2.0f, 0.0f}));
     EXPECT_EQ(registry.threadRays[3] + registry.threadShadowRays[200], 0u);
