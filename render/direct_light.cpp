@@ -285,9 +285,8 @@ LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit) {
     });
 }
 
-// Texels of the sky's cube, drawn by their radiance. At the first hit the
-// samples are weighed against half the lobe budget; past it one sample
-// takes the path's own throughput.
+// Texels of the sky's cube, drawn by their radiance: at the first hit the
+// light budget's split, past it one sample.
 LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
     const SkyLightValues& sky = registry.skyLight;
     if (sky.sample < 1 || !linkAllows(registry.skyLightLink, ray.shader)) return {};
@@ -306,26 +305,17 @@ LobeBundle skyDirect(const RayState& ray, const HitRecord& hit) {
         const Color T = occlusion(origin.shadow, kInfinity);
         if (belowCutoff(T)) return LobeBundle{};
         const Color radiance = skyRadiance(l);
-        // The density of the draw per steradian; the weights below count it
-        // twice against half the lobes' rays, or once against a fibre's.
-        const float density = skyDensity(code);
-        if (total) {
-            const float P = density;
-            if (P <= 1e-8f) return LobeBundle{};
-            const float Q = float(total) * P;
-            if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, nb);
-            return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, nb * 0.5f);
-        }
-        // One sample from a fibre carries its shadow ray's throughput like any
-        // other light sample: the path's own throughput, which the fibre's
-        // weights (three times a lobe's share) can raise above 1 from bounce
-        // to bounce, is applied by the lobes that led here.
-        if (c.hair) return balancedHairSample(c, origin, l, radiance / density * T, density, nb);
-        // One sample: the shadow ray only gates it, and the path's
-        // throughput takes its place.
-        const float P = 2.0f * density;
-        return balancedSample(c, origin, l, a, radiance * (2.0f * std::fabs(a) / (P * kPi)) * ray.throughput, P,
-                              nb);
+        // The density of the draw per steradian. A sample past the first hit
+        // counts as a split of one: like every light sample it carries its
+        // shadow ray's throughput, as the path's own throughput is applied by
+        // the lobes that led here. Against a surface's lobes the weights
+        // count the draw twice against half their rays, against a fibre's
+        // once.
+        const float P = skyDensity(code);
+        if (P <= 1e-8f) return LobeBundle{};
+        const float Q = float(total ? total : 1u) * P;
+        if (c.hair) return balancedHairSample(c, origin, l, radiance / P * T, Q, nb);
+        return balancedSample(c, origin, l, a, radiance / P * (std::fabs(a) * kInvPi) * T, Q, nb * 0.5f);
     });
     return intoAovs(registry.skyLightAOVs, ray, hit, b);
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdio>
+#include <vector>
 
 #include "core/random.h"
 #include "render/radiance.h"
@@ -67,6 +68,41 @@ protected:
         lvAddParticles(object_, part, 1, &index);
         lvSetShaderID(object_, part, s);
     }
+    // An axis-aligned block from `lo` to `hi`, its faces facing out.
+    void block(Vector lo, Vector hi, int s) {
+        Vector c[8];
+        for (int i = 0; i < 8; ++i) c[i] = {i & 1 ? hi.x : lo.x, i & 2 ? hi.y : lo.y, i & 4 ? hi.z : lo.z};
+        for (int axis = 0; axis < 3; ++axis) {
+            const int a = 1 << axis, b = 1 << (axis + 1) % 3, d = 1 << (axis + 2) % 3;
+            quad(c[0], c[d], c[b + d], c[b], s);
+            quad(c[a], c[a + b], c[a + b + d], c[a + d], s);
+        }
+    }
+    // A box of half side 1 open towards -y, with red and green side walls,
+    // two blocks on its floor and a lamp of radiance `lamp` under a square
+    // hole in its ceiling. Each wall and the lamp is an object of its own; the
+    // tall block is a half-sized object that an instance doubles.
+    void room(float lamp) {
+        const int white = shader(one * 0.7f), red = shader({0.7f, 0.1f, 0.1f}), green = shader({0.1f, 0.7f, 0.1f});
+        const int emitter = shader(zero, one * lamp);
+        lvSetSurfaceVirtualLight(emitter, 0, true);
+        auto next = [&] { object_ = lvAddObject(), faces_ = -1, faceCorners_ = 0; };
+        const float h = 0.25f;
+        quad({-1, -1, -1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, -1}, white);
+        block({0.1f, -0.6f, -1}, {0.6f, -0.1f, -0.4f}, white);
+        const int floor = object_;
+        next(), block({-0.15f, -0.15f, -0.3f}, {0.15f, 0.15f, 0.3f}, white);
+        float doubled[3][4] = {{2, 0, 0, -0.4f}, {0, 2, 0, 0.2f}, {0, 0, 2, -0.4f}};
+        lvSetInstance(floor, lvAddInstance(floor), object_, doubled);
+        next(), quad({-1, 1, -1}, {1, 1, -1}, {1, 1, 1}, {-1, 1, 1}, white);
+        next(), quad({-1, -1, -1}, {-1, 1, -1}, {-1, 1, 1}, {-1, -1, 1}, red);
+        next(), quad({1, -1, -1}, {1, -1, 1}, {1, 1, 1}, {1, 1, -1}, green);
+        next(), quad({-1, -1, 1}, {-1, 1, 1}, {-h, 1, 1}, {-h, -1, 1}, white);
+        quad({h, -1, 1}, {h, 1, 1}, {1, 1, 1}, {1, -1, 1}, white);
+        quad({-h, -1, 1}, {-h, -h, 1}, {h, -h, 1}, {h, -1, 1}, white);
+        quad({-h, h, 1}, {-h, 1, 1}, {h, 1, 1}, {h, h, 1}, white);
+        next(), square(0.999f, h, emitter, false);
+    }
     static int camera(Vector position, Vector target, float fov, int size, int frames) {
         const int c = lvAddCamera();
         lvSetCameraResolution(c, size, size);
@@ -90,6 +126,19 @@ protected:
         quietly([] { lvInitialize(), lvRender(); });
         return registry.cameras[0].aovs[0].image;
     }
+    // The means of (r + g + b) / 3 over the blocks of `size` x `size` pixels
+    // of an image, row after row of blocks.
+    static std::vector<double> blockMeans(const ImageRecord& image, int size) {
+        const int columns = image.width / size;
+        std::vector<double> means(size_t(columns * (image.height / size)), 0.0);
+        for (int y = 0; y < image.height / size * size; ++y)
+            for (int x = 0; x < columns * size; ++x) {
+                const Color c = storedPixel(image, y * image.width + x);
+                means[size_t(y / size * columns + x / size)] += (c.x + c.y + c.z) / (3.0 * size * size);
+            }
+        return means;
+    }
+    static double imageMean(const ImageRecord& image) { return blockMeans(image, image.width)[0]; }
     // The mean over the square of pixels [from, to) in both axes is `expected`
     // within `relative`.
     static void expectMean(const ImageRecord& image, int from, int to, Color expected, float relative) {

@@ -84,24 +84,98 @@ TEST_F(LightSampling, SunIsFoundWithLessNoiseBySampling) {
     EXPECT_LT(variances[1], 0.25 * variances[0]);
 }
 
+// Light sampled and light found by bounces alone give the same image past
+// the first hit too, where one sample stands for the light and the lobes
+// that led there carry the path's throughput: a ball on the ground under a
+// sun in a dim sky, and the room under its lamp, at one, two and four
+// bounces.
+TEST_F(LightSampling, SampledAndUnsampledLightsAgreeAtEveryBounce) {
+    for (int bounce : {1, 2, 4}) {
+        SCOPED_TRACE(bounce);
+        double sky[2], lamp[2];
+        for (int sampled : {0, 1}) {
+            lvSetRendererSample(256);
+            lvSetRendererBounce(bounce);
+            registry.skyLight.color = one;
+            skyImage([](float u, float v) {
+                const float du = u - 0.3f, dv = v - 0.25f;
+                return du * du + dv * dv < 0.01f ? Color{8, 8, 8} : Color{0.2f, 0.2f, 0.2f};
+            });
+            lvSetSkyLightSample(sampled ? 64 : 0);
+            square(0.0f, 1000.0f, shader(one * 0.5f));
+            sphere({0, 0, 1}, 1.0f, shader(one * 0.5f));
+            camera({0, -6, 3}, {0, 0, 0.8f}, 40.0f, 32, 256);
+            sky[sampled] = imageMean(render());
+            restart();
+
+            lvSetRendererSample(256);
+            lvSetRendererBounce(bounce);
+            lvSetGeometryLightSample(sampled ? 16 : 0);
+            room(12.0f);
+            camera({0, -3.4f, 0}, {0, 0, 0}, 40.0f, 32, 1024);
+            lamp[sampled] = imageMean(render());
+            restart();
+        }
+        EXPECT_NEAR(sky[1], sky[0], 0.01 * sky[0]);
+        EXPECT_NEAR(lamp[1], lamp[0], 0.01 * lamp[0]);
+    }
+}
+
+// A white floor under a sky image shows the irradiance of the sky over pi:
+// the integral of the image as its lookup places it (texel i of a row at
+// u = i / width), through the cube's texels, their densities and weights.
+TEST_F(LightSampling, FloorUnderASkyImageTakesItsIrradiance) {
+    lvSetRendererSample(64);
+    registry.skyLight.color = one;
+    skyImage([](float u, float v) {
+        const float du = u - 0.6f, dv = v - 0.3f;
+        return du * du + dv * dv < 0.003f ? Color{60, 50, 40} : Color{0.3f, 0.4f, 0.5f};
+    });
+    square(0.0f, 1000.0f, shader(one));
+    camera({0, 0, 5}, {0, 0, 0}, 20.0f, 16, 64);
+    quietly(lvInitialize);
+    // The integral of the radiance times the cosine over the upper half of
+    // the sky, by the midpoint rule in elevation and azimuth.
+    Color irradiance = zero;
+    const int n = 300;
+    const double step = kPi / 2 / n;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < 4 * n; ++j) {
+            const double theta = (i + 0.5) * step, phi = (j + 0.5) * step;
+            const Vector d{float(std::sin(theta) * std::cos(phi)), float(std::sin(theta) * std::sin(phi)),
+                           float(std::cos(theta))};
+            irradiance += skyRadiance(d) * float(std::cos(theta) * std::sin(theta) * step * step);
+        }
+    quietly(lvRender);
+    expectMean(registry.cameras[0].aovs[0].image, 0, 16, irradiance * kInvPi, 0.005f);
+}
+
 // A lambertian wall under a square lamp of half side a at height h: albedo
 // times the lamp's radiance times the form factor 4 (X / s) atan(1 / s) / pi,
 // X = a / h, s = sqrt(1 + X^2). Sampling the lamp's points changes the noise,
 // not the value. Found by bounces alone, a sample sees the lamp about half
 // the time, so that way takes eight times the samples to stay within 2 %.
 // With more frames than the light's budget, the first hit takes a sample a
-// frame: light and bounces weigh each other by what they really take.
+// frame: light and bounces weigh each other by what they really take. With a
+// grey `diffusion` light and bounces leave from points drawn nearby on the
+// same wall, which see nearly the same lamp.
 TEST_F(LightSampling, EmitterSampledOrNotGivesTheFormFactor) {
     const float X = 1.0f, s = std::sqrt(1.0f + X * X), F = 4.0f * (X / s) * std::atan(1.0f / s) / kPi;
-    for (auto [samples, frames] : {std::pair{0, 4}, std::pair{16, 4}, std::pair{2, 32}}) {
-        SCOPED_TRACE(samples);
-        lvSetRendererSample(samples ? 64 : 512);
-        lvSetGeometryLightSample(samples);
-        square(0.0f, 20.0f, shader(one * 0.5f));
+    const struct {
+        int samples, frames;
+        float diffusion;
+    } cases[] = {{0, 4, 0.0f}, {16, 4, 0.0f}, {2, 32, 0.0f}, {16, 4, 0.002f}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.samples << " samples, diffusion " << c.diffusion);
+        lvSetRendererSample(c.samples ? 64 : 512);
+        lvSetGeometryLightSample(c.samples);
+        const int wall = shader(one * 0.5f);
+        lvSetSurfaceColor(wall, 0, LV_ELEMENT_DIFFUSION, c.diffusion, c.diffusion, c.diffusion);
+        square(0.0f, 20.0f, wall);
         const int lamp = shader(zero, {1, 1, 1});
         lvSetSurfaceVirtualLight(lamp, 0, true);
         square(2.0f, 2.0f, lamp, false);
-        camera({0, 0, 1}, {0, 0, 0}, 6.0f, 16, frames);
+        camera({0, 0, 1}, {0, 0, 0}, 6.0f, 16, c.frames);
         expectMean(render(), 4, 12, one * (0.5f * F), 0.02f);
         restart();
     }

@@ -72,25 +72,6 @@ TEST_F(RadianceScene, SpecularLayerReflectsSchlickFresnel) {
     }
 }
 
-// A lambertian wall under a parallel square lamp: albedo x radiance x the form
-// factor from a point to a square of half side a at height h, four times the
-// corner form factor (X / sqrt(1 + X^2)) atan(1 / sqrt(1 + X^2)) / pi, X = a / h.
-// With a grey `diffusion` the bounce leaves from a point drawn nearby on the
-// same wall, which sees nearly the same lamp: the answer barely moves.
-TEST_F(RadianceScene, WallUnderLargeLampMatchesFormFactor) {
-    const float X = 1.0f, s = std::sqrt(1.0f + X * X), F = 4.0f * (X / s) * std::atan(1.0f / s) / kPi;
-    for (float diffusion : {0.0f, 0.002f}) {
-        lvSetRendererSample(256);
-        const int wall = shader(one * 0.5f);
-        lvSetSurfaceColor(wall, 0, LV_ELEMENT_DIFFUSION, diffusion, diffusion, diffusion);
-        square(0.0f, 20.0f, wall);
-        square(2.0f, 2.0f, shader(zero, {1, 1, 1}), false);
-        camera({0, 0, 1}, {0, 0, 0}, 6.0f, 32, 4);
-        expectMean(render(), 8, 24, one * (0.5f * F), 0.015f);
-        restart();
-    }
-}
-
 // A glass slab of index 1.5 seen head on passes (1 - F)^2 of the lamp behind
 // it, plus the inner reflections (F^2 each round trip), with F = 0.04. Its
 // medium absorbs pow(T, t) per channel over the thickness; outside, the air's
