@@ -96,6 +96,9 @@ struct Part {
     std::vector<uint32_t> tetragonCellBase, tetragonCellResolution;
     std::vector<Color> triangleCellsFront, triangleCellsBack;
     std::vector<Color> tetragonCellsFront, tetragonCellsBack;
+    // The linear part of the part's one placement in the scene, row by row:
+    // cells measure their faces' areas as placed.
+    float cellMatrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     std::string name = "undefined";
     std::string shaderName = "undefined";
     uint32_t shader = 0;
@@ -130,6 +133,10 @@ struct Object {
     Distribution lightDistribution;
     uint8_t referenced = 0;
     uint8_t hasMotion = 0;
+    // Placed once in the scene (the root, or an object that one chain of
+    // instances reaches): its faces hold cells of their own, and its hits
+    // may gather from them.
+    uint8_t gatherable = 0;
     std::vector<WideNode, HugePageAllocator<WideNode>> wideNodes;
     std::vector<PrimitiveRef> primitiveRefs;   // in leaf order
     uint32_t maxWideDepth = 0;

@@ -52,6 +52,47 @@ void assignLevels(size_t index, uint32_t depth, std::vector<uint8_t>& onPath) {
     onPath[index] = 0;
 }
 
+// Counts, up to two, the chains of instances that reach each object from
+// `index`, and keeps the linear part of the first chain's matrix. An object
+// reached twice passes its second count down, so that every object below
+// it counts two as well; deeper visits stop there.
+struct Placement {
+    uint8_t count = 0;
+    float linear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+};
+void countPlacements(size_t index, const float* linear, std::vector<Placement>& placements) {
+    Placement& placement = placements[index];
+    if (placement.count == 2) return;
+    if (++placement.count == 1) std::copy(linear, linear + 9, placement.linear);
+    for (const Instance& instance : registry.objects[index].instances) {
+        float product[9];
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c)
+                product[3 * r + c] = placement.linear[3 * r] * instance.toWorld[c] +
+                                     placement.linear[3 * r + 1] * instance.toWorld[4 + c] +
+                                     placement.linear[3 * r + 2] * instance.toWorld[8 + c];
+        countPlacements(instance.target, product, placements);
+    }
+}
+
+// The objects placed once get cells on their parts: photons that land on
+// them light one place only. The parts of objects placed many times have
+// none, and their hits are path traced.
+void prepareCells() {
+    auto& objects = registry.objects;
+    std::vector<Placement> placements(objects.size());
+    const Placement identity;
+    countPlacements(size_t(registry.rootObject), identity.linear, placements);
+    for (size_t i = 0; i < objects.size(); ++i) {
+        objects[i].gatherable = placements[i].count == 1;
+        if (!objects[i].gatherable) continue;
+        for (Part& part : objects[i].parts) {
+            std::copy(placements[i].linear, placements[i].linear + 9, part.cellMatrix);
+            prepareDensityEstimator(part);
+        }
+    }
+}
+
 void reportScene() {
     const Vector size = registry.sceneMax - registry.sceneMin;
     reportVector("scene size  ", size.x, size.y, size.z, "m");
@@ -114,7 +155,7 @@ void prepareAccelerator() {
         reportError("object - there is no root object");
         reportRule();
     }
-    for (Part& part : objects[size_t(registry.rootObject)].parts) prepareDensityEstimator(part);
+    prepareCells();
     reportScene();
     for (Shader& shader : registry.shaders)
         if (shader.hair) buildHairTable(shader);

@@ -198,7 +198,7 @@ inline void takeHit(const Object& object, uint32_t part, uint8_t kind, uint32_t 
     ray.front = hit.front;
     ray.hit_instance_depth = ray.instance_depth;
     ray.hit_path = ray.instance_path;
-    ray.gatherable = object.level == 0;
+    ray.gatherable = object.gatherable;
 }
 
 // Reference `i` of any kind against the ray. The walks over records call it

@@ -50,15 +50,27 @@ inline uint32_t cellCoordinate(float x, uint32_t n) {
     return std::min(uint32_t(f), n - 1);
 }
 
-// The area of face `index` of a part.
+// Vertex k of a part as placed in the scene (translation aside, which no
+// area depends on); the origin for an index past the positions.
+Vector placedVertex(const Part& part, uint32_t k) {
+    if (k >= part.positions.size()) return zero;
+    const Vector p = part.positions[k];
+    const float* m = part.cellMatrix;
+    return {m[0] * p.x + m[1] * p.y + m[2] * p.z, m[3] * p.x + m[4] * p.y + m[5] * p.z,
+            m[6] * p.x + m[7] * p.y + m[8] * p.z};
+}
+
+double placedArea(const Part& part, const Triangle& t) {
+    return triangleArea(placedVertex(part, t.a), placedVertex(part, t.b), placedVertex(part, t.c));
+}
+double placedArea(const Part& part, const Tetragon& t) {
+    return tetragonArea(placedVertex(part, t.a), placedVertex(part, t.b), placedVertex(part, t.c),
+                        placedVertex(part, t.d));
+}
+
+// The area of face `index` of a part, as placed.
 double faceArea(const Part& part, uint8_t kind, uint32_t index) {
-    const std::vector<Vector>& p = part.positions;
-    if (kind == kTriangle) {
-        const Triangle& t = part.triangles[index];
-        return triangleArea(p[t.a], p[t.b], p[t.c]);
-    }
-    const Tetragon& t = part.tetragons[index];
-    return tetragonArea(p[t.a], p[t.b], p[t.c], p[t.d]);
+    return kind == kTriangle ? placedArea(part, part.triangles[index]) : placedArea(part, part.tetragons[index]);
 }
 
 // The cell array and element of the ray's hit for one side, or null.
@@ -90,14 +102,9 @@ void prepareDensityEstimator(Part& part) {
         v->clear();
     if (registry.resolution < 1e-8f) return;
 
-    const std::vector<Vector>& p = part.positions;
-    auto vertex = [&](uint32_t k) { return k < p.size() ? p[k] : zero; };
-    const uint64_t triangles =
-        sizeFamily(part.triangles, part.triangleCellBase, part.triangleCellResolution,
-                   [&](const Triangle& t) { return triangleArea(vertex(t.a), vertex(t.b), vertex(t.c)); });
-    const uint64_t tetragons = sizeFamily(
-        part.tetragons, part.tetragonCellBase, part.tetragonCellResolution,
-        [&](const Tetragon& t) { return tetragonArea(vertex(t.a), vertex(t.b), vertex(t.c), vertex(t.d)); });
+    auto area = [&](const auto& face) { return float(placedArea(part, face)); };
+    const uint64_t triangles = sizeFamily(part.triangles, part.triangleCellBase, part.triangleCellResolution, area);
+    const uint64_t tetragons = sizeFamily(part.tetragons, part.tetragonCellBase, part.tetragonCellResolution, area);
     part.triangleCellsFront.assign(triangles, zero);
     part.triangleCellsBack.assign(triangles, zero);
     part.tetragonCellsFront.assign(tetragons, zero);

@@ -1,6 +1,7 @@
-// The density estimator: per-face cells on the root object's surfaces, into
-// which diffuse photons deposit their energy in final gathering, and which a
-// terminal gather hit reads back.
+// The density estimator: per-face cells on the surfaces of the objects that
+// the scene places once (the root object and any that one chain of instances
+// reaches), into which diffuse photons deposit their energy in final
+// gathering, and which a terminal gather hit reads back.
 #pragma once
 
 #include <cstdint>

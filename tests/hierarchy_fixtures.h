@@ -42,6 +42,8 @@ inline Object objectWith(Part part) {
 // Prepares `object` and makes it the scene's root.
 inline void addRoot(Object object) {
     prepareHierarchy(object);
+    for (Object& placed : registry.objects) placed.gatherable = 0;   // placed by instances, if at all
+    object.gatherable = 1;
     registry.objects.push_back(std::move(object));
     registry.rootObject = int(registry.objects.size()) - 1;
 }

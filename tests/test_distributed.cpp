@@ -19,24 +19,6 @@ const std::string kMpirun = std::string("OMP_NUM_THREADS=1 OMPI_ALLOW_RUN_AS_ROO
 #define SKIP_WITHOUT_MPI()                                                                 \
     if (!LV_MPI) GTEST_SKIP() << "lumivane was built without Open MPI: no run on several processes"
 
-// A copy of an example, with its camera and light files' lines replaced.
-fs::path copyExample(const std::string& name, const fs::path& to,
-                     const std::vector<std::pair<std::string, std::string>>& edits) {
-    fs::remove_all(to);
-    fs::create_directories(to.parent_path());
-    // The scene is the example's folders; images rendered beside them stay behind.
-    fs::create_directories(to);
-    for (const fs::path& entry : fs::directory_iterator(fs::path(LV_SOURCE_DIR) / "examples" / name))
-        if (fs::is_directory(entry)) fs::copy(entry, to / entry.filename(), fs::copy_options::recursive);
-    for (const fs::path& file : fs::recursive_directory_iterator(to)) {
-        if (file.extension() != ".lv") continue;
-        std::string text = slurp(file);
-        for (const auto& [from, into] : edits) text = std::regex_replace(text, std::regex(from), into);
-        std::ofstream(file) << text;
-    }
-    return to;
-}
-
 // The means of an image file's 4 x 4 tiles, channel by channel.
 std::vector<double> tileMeans(const fs::path& path) {
     std::vector<double> means(4 * 4 * 3, 0.0);
