@@ -183,9 +183,14 @@ uint32_t packRgbe(Color rgb) {
     const float m = std::fmax(rgb.x, std::fmax(rgb.y, rgb.z));
     if (!(m >= 1e-32f) || !std::isfinite(m)) return 0;
     int exponent = 0;
-    const float s = 256.0f * std::frexp(m, &exponent) / m;
-    return uint32_t(wrappedByte(rgb.x * s)) | uint32_t(wrappedByte(rgb.y * s)) << 8 |
-           uint32_t(wrappedByte(rgb.z * s)) << 16 | uint32_t(uint8_t(exponent + 128)) << 24;
+    float s = 256.0f * std::frexp(m, &exponent) / m;
+    // Mantissas are rounded to the nearest step, as nothing adds half a step
+    // back when they are read: truncated, every channel would lose half a
+    // step on average, most of all the small ones. A largest channel that
+    // rounds up to 256 takes the next exponent.
+    if (m * s + 0.5f >= 256.0f) s *= 0.5f, ++exponent;
+    auto byte = [s](float c) { return uint32_t(wrappedByte(c >= 0.0f ? c * s + 0.5f : c * s)); };
+    return byte(rgb.x) | byte(rgb.y) << 8 | byte(rgb.z) << 16 | uint32_t(uint8_t(exponent + 128)) << 24;
 }
 
 Color FetchPixel(const ImageRecord& image, int index) {

@@ -81,11 +81,14 @@ TEST_F(ImagesTest, RgbePackingAndFetching) {
     EXPECT_EQ(packed, 128u | 64u << 8 | 32u << 16 | 129u << 24);
     EXPECT_EQ(packRgbe({1e-33f, 0.0f, 0.0f}), 0u);
     ImageRecord image;
-    SizeImage(image, 3, 1, 3, 32, true);
-    image.rgbeStore = {packed, packRgbe({3.0f, 0.1f, 0.0f}), 0x00FFFFFFu};
+    SizeImage(image, 4, 1, 3, 32, true);
+    image.rgbeStore = {packed, packRgbe({3.0f, 0.1234f, 0.0f}), 0x00FFFFFFu, packRgbe({0.999f, 0.0f, 0.0f})};
     EXPECT_EQ(FetchPixel(image, 0), (Color{1.0f, 0.5f, 0.25f}));
-    EXPECT_NEAR(FetchPixel(image, 1).y, 0.1f, 3.0f / 128.0f);
+    // Within half a step of 3 / 192, which truncation would miss, and a
+    // largest channel that rounds up moves to the next exponent.
+    EXPECT_NEAR(FetchPixel(image, 1).y, 0.1234f, 0.5f / 64.0f);
     EXPECT_EQ(FetchPixel(image, 2), zero);   // exponent byte 0: black whatever the mantissas
+    EXPECT_EQ(FetchPixel(image, 3), (Color{1.0f, 0.0f, 0.0f}));
 }
 
 TEST_F(ImagesTest, FiltersWrapsGammaAndColourMatrix) {
