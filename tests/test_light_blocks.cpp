@@ -1,5 +1,4 @@
-// The four light blocks with their link and aov blocks, and the exported
-// point and parallel light families, which must store what the blocks store.
+// The four light blocks with their link and aov blocks.
 #include <gtest/gtest.h>
 
 #include "scene_fixture.h"
@@ -110,65 +109,4 @@ TEST_F(LightBlocks, PhotonPastTheIntRangeIsKeptOnlyByDeltaLights) {
     EXPECT_EQ(registry.skyLight.photon, 1000000);
     EXPECT_EQ(registry.geometryLight.photon, 1000000);
     EXPECT_EQ(registry.pointLights.at(0).photon, 3000000000LL);
-}
-
-// Each light is described twice, by a block and by the exported setters, and
-// the two records must agree.
-TEST_F(LightBlocks, SettersStoreWhatTheBlocksStore) {
-    readScene("point_light\n color 2 3 4\n position 5 6 7\n blur 0.5\n sample 8\n photon 900\n"
-              " direction 0 0 -1\n inner_angle 10\n outer_angle 40\n offset 0.25\nend\n"
-              "parallel_light\n color 0.5 0.5 0.5\n blur 2\n sample 4\n photon 900\n direction 1 -1 0\n"
-              " offset 0.05\nend\n");
-    const int point = lvAddPointLight();
-    EXPECT_EQ(point, 1);
-    lvSetPointLightColor(point, 2, 3, 4);
-    lvSetPointLightPosition(point, 5, 6, 7);
-    lvSetPointLightBlur(point, 0.5f);
-    lvSetPointLightSample(point, 8);
-    lvSetPointLightPhoton(point, 900);
-    lvSetPointLightDirection(point, 0, 0, -1);
-    lvSetPointLightInnerAngle(point, 10);
-    lvSetPointLightOuterAngle(point, 40);
-    lvSetPointLightOffset(point, 0.25f);
-    lvSetPointLightShaderLink(point, 3);
-    lvSetPointLightShaderLink(point, 3);
-    EXPECT_EQ(lvAddPointLightAOV(point), 0);
-    EXPECT_EQ(lvAddPointLightAOV(point), 1);
-    lvSetPointLightAOVChannel(point, 1, LV_CHANNEL_NORMAL);
-    lvSetPointLightAOVChannel(point, 1, LV_CHANNEL_DEPTH);
-    lvSetPointLightAOVName(point, 1, "spot_normal.hdr");
-    const std::string& name = registry.pointLights[1].aovs[1].image.name;
-    lvSetPointLightAOVName(point, 1, name.c_str() + 5);   // a part of the stored name itself
-
-    const int parallel = lvAddParallelLight();
-    EXPECT_EQ(parallel, 1);
-    lvSetParallelLightColor(parallel, 0.5f, 0.5f, 0.5f);
-    lvSetParallelLightBlur(parallel, 2);
-    lvSetParallelLightSample(parallel, 4);
-    lvSetParallelLightPhoton(parallel, 900);
-    lvSetParallelLightDirection(parallel, 1, -1, 0);
-    lvSetParallelLightOffset(parallel, 0.05f);
-    lvSetParallelLightShaderLink(parallel, 2);
-    const int aov = lvAddParallelLightAOV(parallel);
-    lvSetParallelLightAOVChannel(parallel, aov, LV_CHANNEL_LIGHT_PATH);
-    lvSetParallelLightAOVName(parallel, aov, "sun.hdr");
-
-    const PointLight &a = registry.pointLights[0], &b = registry.pointLights[1];
-    EXPECT_EQ((std::vector<Vector>{a.color, a.position, a.direction}),
-              (std::vector<Vector>{b.color, b.position, b.direction}));
-    EXPECT_EQ((Floats{a.blur, a.innerAngle, a.outerAngle, a.offset}),
-              (Floats{b.blur, b.innerAngle, b.outerAngle, b.offset}));
-    EXPECT_EQ((std::vector<int64_t>{a.sample, a.photon}), (std::vector<int64_t>{b.sample, b.photon}));
-    EXPECT_EQ(b.link.indices, (std::vector<int>{3, 3}));
-    EXPECT_EQ(b.aovs[1].channel, 1u | 2048 | 16384);   // ORed into the beauty bit
-    EXPECT_EQ(name, "normal.hdr");
-
-    const ParallelLight &c = registry.parallelLights[0], &d = registry.parallelLights[1];
-    EXPECT_EQ(Floats(c.frame, c.frame + 9), Floats(d.frame, d.frame + 9));
-    EXPECT_EQ(c.color, d.color);
-    EXPECT_EQ((Floats{c.blur, c.offset}), (Floats{d.blur, d.offset}));
-    EXPECT_EQ((std::vector<int64_t>{c.sample, c.photon}), (std::vector<int64_t>{d.sample, d.photon}));
-    EXPECT_EQ(d.link.indices, (std::vector<int>{2}));
-    EXPECT_EQ(d.aovs[0].channel, 1u | 2);
-    EXPECT_EQ(d.aovs[0].image.name, "sun.hdr");
 }
