@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds lumivane with its tests and runs the whole suite under CTest.
-# After the C tests, pytest runs the tests of the Python package (python/).
+# After the C tests, pytest runs the tests of the Python package (python/),
+# then those of the Blender add-on (blender/) inside Blender.
 # With --sanitize the build uses AddressSanitizer and UndefinedBehaviorSanitizer,
 # and the Python tests are left out.
 # With --thread it uses ThreadSanitizer (built with clang) and runs the tests
@@ -50,4 +51,10 @@ if [ "${1:-}" != "--sanitize" ]; then
     cp -R "$lv_root/python/." "$package/"
     "$venv/bin/pip" install --quiet --no-index --no-build-isolation --force-reinstall --no-deps "$package"
     LUMIVANE_LIBRARY="$dir/liblv.so" "$venv/bin/python" -m pytest -q -p no:cacheprovider "$lv_root/python/tests"
+    # The Blender add-on (blender/): pytest inside Blender, headless, against
+    # this build's library and host; the engine's render process runs on the
+    # system's python3, which has numpy.
+    lv_install_missing blender
+    LUMIVANE_LIBRARY="$dir/liblv.so" LUMIVANE_EXE="$dir/lumivane" \
+        blender -b --factory-startup --python "$lv_root/blender/tests/run.py"
 fi
