@@ -18,6 +18,7 @@ The library's report, and any error, goes to standard error.
 import json
 import os
 import pickle
+import shutil
 import struct
 import sys
 import tempfile
@@ -38,6 +39,13 @@ def main():
     from build import build  # noqa: E402 (beside this file)
 
     work = tempfile.mkdtemp(prefix="lumivane-render.")
+    try:
+        render(channel, scene, lv, build, work)
+    finally:
+        shutil.rmtree(work, ignore_errors=True)
+
+
+def render(channel, scene, lv, build, work):
     files = {name: os.path.join(work, name + ".pfm") for name in scene["passes"]}
     lv.lvStartup()
     camera = build(scene, lv, files)

@@ -108,7 +108,8 @@ class LumivaneRenderEngine(bpy.types.RenderEngine):
         c = description["camera"]
         left, top = (c["region"] or (0, 0))[:2]
         width, height, frames = info["width"], info["height"], info["frames"]
-        result = self.begin_result(left, c["height"] - top - height, width, height)
+        # With a border, Blender's result is the border's rectangle.
+        result = self.begin_result(0, 0, width, height)
         mean = np.zeros((height * width, 3), dtype=np.float64)
         rgba = np.ones((height * width, 4), dtype=np.float32)
         start, done = time.time(), 0

@@ -64,7 +64,7 @@ class Translation:
         if key in self.shader_of:
             return self.shader_of[key]
         s = {"name": key or "lumivane_default", "lambertian": [0.8, 0.8, 0.8], "lambertian_image": None,
-             "glossy": [0.0, 0.0, 0.0], "roughness": 0.5, "ior": 1.5, "transmissive": [0.0, 0.0, 0.0],
+             "glossy": [0.0, 0.0, 0.0], "roughness": 0.5, "ior": 1.0, "transmissive": [0.0, 0.0, 0.0],
              "emissive": [0.0, 0.0, 0.0], "virtual_light": False, "shadow_transparency": [0.0, 0.0, 0.0],
              "one_sided": False, "camera_sees": True, "specular": [0.0, 0.0, 0.0], "solid": False}
         if material:
@@ -104,12 +104,15 @@ class Translation:
         s["lambertian"] = [c * diffuse for c in base]
         # Dielectric reflection from the specular level (0.5 is a reflectance
         # of 4 %, an index of 1.5); metals reflect their base colour at every
-        # angle, which a very high index gives.
-        f0 = max(1e-4, min(0.99, 0.08 * float(value("Specular"))))
-        dielectric = (1.0 + math.sqrt(f0)) / (1.0 - math.sqrt(f0))
-        s["ior"] = dielectric + (1000.0 - dielectric) * metallic
-        s["glossy"] = [1.0 + (c - 1.0) * metallic for c in base]
-        s["roughness"] = max(1e-3, float(value("Roughness")) ** 2)
+        # angle, which a very high index gives. The layer's index also takes
+        # the Fresnel complement from the diffuse part, which Cycles does not:
+        # without reflection the index stays 1.
+        f0 = min(0.99, 0.08 * float(value("Specular")))
+        if f0 > 0.0 or metallic > 0.0:
+            dielectric = (1.0 + math.sqrt(f0)) / (1.0 - math.sqrt(f0))
+            s["ior"] = dielectric + (1000.0 - dielectric) * metallic
+            s["glossy"] = [1.0 + (c - 1.0) * metallic for c in base]
+            s["roughness"] = max(1e-3, float(value("Roughness")) ** 2)
         if transmission > 0.0:
             s["ior"] = float(value("IOR"))
             through = [c * transmission * (1.0 - metallic) for c in base]
@@ -182,17 +185,18 @@ class Translation:
         return dict(mesh, positions=p.astype(np.float32), normals=n.astype(np.float32))
 
     def area_light(self, light, matrix):
-        """An area light as an emissive quad facing along its -Z axis, as a
-        light is: seen by no camera ray, and in no shadow ray's way."""
+        """An area light as an emissive quad facing along its -Z axis, in no
+        shadow ray's way. Cameras see its front, as in Cycles, and its back
+        as a black face."""
         sx = light.size
         sy = light.size_y if light.shape in ("RECTANGLE", "ELLIPSE") else light.size
         if light.shape in ("DISK", "ELLIPSE"):
             self.warn(f"light {light.name}: a {light.shape.lower()} area light is rendered as a rectangle")
         area = max(sx * sy, 1e-12)
         shader = {"name": f"lumivane_area_{light.name}", "lambertian": [0.0, 0.0, 0.0], "lambertian_image": None,
-                  "glossy": [0.0, 0.0, 0.0], "roughness": 0.5, "ior": 1.5, "transmissive": [0.0, 0.0, 0.0],
+                  "glossy": [0.0, 0.0, 0.0], "roughness": 0.5, "ior": 1.0, "transmissive": [0.0, 0.0, 0.0],
                   "emissive": _rgb(light.color, light.energy / (4.0 * area)), "virtual_light": True,
-                  "shadow_transparency": [1.0, 1.0, 1.0], "one_sided": True, "camera_sees": False,
+                  "shadow_transparency": [1.0, 1.0, 1.0], "one_sided": True, "camera_sees": True,
                   "specular": [0.0, 0.0, 0.0], "solid": False}
         self.shaders.append(shader)
         x, y = sx / 2, sy / 2

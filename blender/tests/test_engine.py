@@ -45,8 +45,18 @@ def material(name, base, specular=0.0):
 
 
 def floor(size=40.0, albedo=0.5):
+    """A plane of a Diffuse BSDF, which is Lambert's law in Cycles (the
+    Principled BSDF's diffuse is not)."""
     bpy.ops.mesh.primitive_plane_add(size=size)
-    bpy.context.object.data.materials.append(material("floor", (albedo,) * 3))
+    m = bpy.data.materials.new("floor")
+    m.use_nodes = True
+    nodes = m.node_tree.nodes
+    nodes.remove(nodes["Principled BSDF"])
+    diffuse = nodes.new("ShaderNodeBsdfDiffuse")
+    diffuse.inputs["Color"].default_value = (albedo, albedo, albedo, 1.0)
+    diffuse.inputs["Roughness"].default_value = 0.0
+    m.node_tree.links.new(diffuse.outputs["BSDF"], nodes["Material Output"].inputs["Surface"])
+    bpy.context.object.data.materials.append(m)
     return bpy.context.object
 
 
@@ -71,48 +81,59 @@ def light(kind, energy, location=(0.0, 0.0, 3.0), **settings):
     return obj
 
 
-def render(tmp_path, depth=False):
+def load(path, shape):
+    image = bpy.data.images.load(str(path))
+    pixels = np.array(image.pixels[:], dtype=np.float32).reshape(shape)[..., :3]
+    bpy.data.images.remove(image)
+    return pixels
+
+
+def render(tmp_path, passes=()):
     """Renders the scene; the combined pass as a height x width x 3 array
-    (rows from the bottom), and the depth pass when asked."""
+    (rows from the bottom), and with `passes` ("Depth", "Normal") a dict of
+    them too, written by the compositor."""
     scene = bpy.context.scene
+    layer = scene.view_layers[0]
+    layer.use_pass_z, layer.use_pass_normal = "Depth" in passes, "Normal" in passes
     scene.use_nodes = True
     tree = scene.node_tree
     tree.nodes.clear()
     layers = tree.nodes.new("CompositorNodeRLayers")
     tree.links.new(layers.outputs["Image"], tree.nodes.new("CompositorNodeComposite").inputs["Image"])
-    scene.view_layers[0].use_pass_z = depth
-    if depth:
-        # The depth pass through a file output, as EXR.
+    for name in passes:
         output = tree.nodes.new("CompositorNodeOutputFile")
-        output.base_path = str(tmp_path / "depth")
+        output.base_path = str(tmp_path / name)
         output.format.file_format = "OPEN_EXR"
         output.format.color_depth = "32"
-        tree.links.new(layers.outputs["Depth"], output.inputs[0])
+        tree.links.new(layers.outputs[name], output.inputs[0])
     scene.render.image_settings.file_format = "OPEN_EXR"
     scene.render.image_settings.color_depth = "32"
     scene.render.filepath = str(tmp_path / "combined.exr")
     bpy.ops.render.render(write_still=True)
     shape = (scene.render.resolution_y, scene.render.resolution_x, 4)
-    image = bpy.data.images.load(scene.render.filepath)
-    combined = np.array(image.pixels[:], dtype=np.float32).reshape(shape)[..., :3]
-    bpy.data.images.remove(image)
-    if not depth:
+    combined = load(scene.render.filepath, shape)
+    if not passes:
         return combined
-    written = bpy.data.images.load(str(next((tmp_path / "depth").iterdir())))
-    depth = np.array(written.pixels[:], dtype=np.float32).reshape(shape)[..., 0]
-    bpy.data.images.remove(written)
-    return combined, depth
+    return combined, {name: load(next((tmp_path / name).iterdir()), shape) for name in passes}
 
 
-def test_sun_on_a_lambertian_plane_and_its_depth(tmp_path):
+def test_sun_on_a_lambertian_plane_its_passes_and_a_border(tmp_path):
     # Straight down, 3 W/m^2 on albedo 0.5: radiance 0.5 x 3 / pi; the plane
-    # lies 5 below the camera.
+    # lies 5 below the camera and faces up. A border renders its part alone.
     floor()
     camera_above(5.0)
     light("SUN", 3.0)
-    combined, depth = render(tmp_path, depth=True)
+    combined, passes = render(tmp_path, passes=("Depth", "Normal"))
     assert combined.mean() == pytest.approx(0.5 * 3.0 / math.pi, rel=0.02)
-    assert depth[16, 16] == pytest.approx(5.0, rel=0.01)
+    assert passes["Depth"][16, 16, 0] == pytest.approx(5.0, rel=0.01)
+    assert passes["Normal"][16, 16] == pytest.approx([0.0, 0.0, 1.0], abs=0.02)
+    render_settings = bpy.context.scene.render
+    render_settings.use_border, render_settings.use_crop_to_border = True, False
+    render_settings.border_min_x, render_settings.border_max_x = 0.25, 0.75
+    render_settings.border_min_y, render_settings.border_max_y = 0.5, 1.0
+    bordered = render(tmp_path)
+    assert bordered[16:32, 8:24].mean() == pytest.approx(combined.mean(), rel=0.03)
+    assert bordered[:16].max() == 0.0 and bordered[:, :8].max() == 0.0
 
 
 @pytest.mark.parametrize("kind, energy, settings", [
@@ -122,19 +143,21 @@ def test_sun_on_a_lambertian_plane_and_its_depth(tmp_path):
     ("AREA", 200.0, {"size": 1.0}),
 ])
 def test_each_light_gives_what_cycles_gives(tmp_path, kind, energy, settings):
-    # Compared under the light, where Cycles' spot (which also dims by the
-    # cosine to its axis) is at full strength.
+    # A wide view; the spot's only under it, where Cycles' spot (which also
+    # dims by the cosine to its axis) is at full strength.
     floor()
-    camera_above(5.0, lens=80.0)
+    # Below the area light, whose back is a black panel to lumivane's camera.
+    camera_above(2.5 if kind == "AREA" else 5.0, lens=80.0 if kind == "SPOT" else 20.0)
     light(kind, energy, **settings)
     scene = bpy.context.scene
     scene.lumivane.frames = 16
-    ours = render(tmp_path)[12:20, 12:20].mean()
+    block = (slice(12, 20), slice(12, 20)) if kind == "SPOT" else (slice(None), slice(None))
+    ours = render(tmp_path)[block].mean()
     scene.render.engine = "CYCLES"
     scene.cycles.samples = 64
     scene.cycles.device = "CPU"
     scene.cycles.use_denoising = False
-    theirs = render(tmp_path)[12:20, 12:20].mean()
+    theirs = render(tmp_path)[block].mean()
     assert ours == pytest.approx(theirs, rel=0.03)
 
 
