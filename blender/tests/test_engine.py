@@ -161,17 +161,27 @@ def test_each_light_gives_what_cycles_gives(tmp_path, kind, energy, settings):
     assert ours == pytest.approx(theirs, rel=0.03)
 
 
+def world(colour):
+    w = bpy.data.worlds.new("world")
+    w.use_nodes = True
+    w.node_tree.nodes["Background"].inputs["Color"].default_value = (*colour, 1.0)
+    bpy.context.scene.world = w
+
+
 def test_world_colour_lights_like_cycles(tmp_path):
+    # A sky of radiance L all round lights a lambertian floor of albedo 0.5
+    # to 0.5 L.
     floor(size=400.0)
     camera_above(5.0)
-    world = bpy.data.worlds.new("world")
-    world.use_nodes = True
-    world.node_tree.nodes["Background"].inputs["Color"].default_value = (0.2, 0.4, 0.6, 1.0)
-    bpy.context.scene.world = world
-    bpy.context.scene.lumivane.frames = 16
+    world((0.2, 0.4, 0.6))
+    scene = bpy.context.scene
+    scene.lumivane.frames = 16
     ours = render(tmp_path).mean(axis=(0, 1))
-    # A white sky of radiance L on albedo 0.5 gives 0.5 L.
     assert ours == pytest.approx([0.1, 0.2, 0.3], rel=0.03)
+    scene.render.engine = "CYCLES"
+    scene.cycles.samples = 64
+    scene.cycles.use_denoising = False
+    assert ours == pytest.approx(render(tmp_path).mean(axis=(0, 1)), rel=0.03)
 
 
 def features():
@@ -211,6 +221,7 @@ def features():
     light("SPOT", 300.0, location=(-2.0, -2.0, 4.0), spot_size=math.radians(60.0))
     light("SUN", 1.0)
     light("AREA", 100.0, location=(0.0, 0.0, 4.0))
+    world((0.05, 0.05, 0.08))
 
 
 def test_features_translate_and_render(tmp_path):
