@@ -11,12 +11,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <omp.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "core/registry.h"
 #include "lv.h"
+#include "progress_line.h"
+#include "run_options.h"
 #if LV_MPI
 #include "process_group.h"
 #endif
@@ -31,12 +36,22 @@ const char kUsage[] =
     "\n"
     "Renders the scene described by the *.lv files in the subdirectories shader,\n"
     "render, light, camera and geometry of SCENE_DIR. The images are written into\n"
-    "SCENE_DIR, and the report goes to standard output.\n"
+    "SCENE_DIR, and the report goes to standard output; while it renders, a line\n"
+    "on a terminal's standard error tells how far it is. The options below change\n"
+    "the scene for this run only, and leave its files as they are.\n"
     "\n"
-    "options:\n"
-    "  --preview    show the image in a window while it refines\n"
-    "  -h, --help   print this help and exit\n"
-    "  --version    print the version and exit\n";
+    "options:\n";
+const char kUsageEnd[] =
+    "  --preview                    show the image in a window while it refines\n"
+    "  -h, --help                   print this help and exit\n"
+    "  --version                    print the version and exit\n";
+
+RunOptions runOptions;
+
+void sceneRead() {
+    applyRunOptions(runOptions);
+    startProgress();
+}
 
 int fail(const std::string& message) {
     std::fprintf(stderr, "lumivane: %s\n", message.c_str());
@@ -79,6 +94,7 @@ std::string sceneProblem(const std::string& directory) {
 int main(int argc, char** argv) {
     bool preview = false;
     bool optionsEnded = false;
+    std::string error;
     std::string directory;
     bool haveDirectory = false;
 
@@ -89,12 +105,16 @@ int main(int argc, char** argv) {
                 optionsEnded = true;
             } else if (arg == "-h" || arg == "--help") {
                 std::fputs(kUsage, stdout);
+                std::fputs(kRunOptionsHelp, stdout);
+                std::fputs(kUsageEnd, stdout);
                 return 0;
             } else if (arg == "--version") {
                 std::printf("lumivane %s\n", LUMIVANE_VERSION);
                 return 0;
             } else if (arg == "--preview") {
                 preview = true;
+            } else if (readRunOption(argc, argv, i, runOptions, error)) {
+                if (!error.empty()) return fail(error);
             } else {
                 return fail("unknown option '" + arg + "' (try 'lumivane --help')");
             }
@@ -106,6 +126,10 @@ int main(int argc, char** argv) {
     }
 
     if (!haveDirectory) return fail("no scene directory given (try 'lumivane --help')");
+    if (runOptions.threads > 0) omp_set_num_threads(runOptions.threads);
+    registry.host.sceneRead = sceneRead;
+    registry.host.quiet = runOptions.quiet;
+    if (!runOptions.quiet) registry.host.frameDone = showProgress;
 #if LV_MPI
     joinGroup(argc, argv);
     if (inGroup()) {

@@ -65,6 +65,7 @@ LV_API void lvGo(const char* directory) {
     const uint64_t t1 = processClockMilliseconds();
     reportReal("scene parsing", double(t1 - t0) / 1000.0, "seconds");
     reportRule();
+    if (registry.host.sceneRead) registry.host.sceneRead();
 
     lvInitialize();
     registry.frameCounter = 0;
@@ -83,7 +84,10 @@ LV_API void lvGo(const char* directory) {
             reportRule();
         } else {
             const int frames = camera->sample;
-            for (int i = 0; i < frames; ++i) renderFrame();
+            for (int i = 0; i < frames; ++i) {
+                renderFrame();
+                if (registry.host.frameDone) registry.host.frameDone();
+            }
         }
     }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/constants.h"
+#include "core/host_hooks.h"
 #include "core/processes.h"
 #include "core/records.h"
 #include "geometry/object.h"
@@ -108,6 +109,8 @@ struct Registry {
     std::string sceneDirectory;
     // The processes that render this scene together; set by the host.
     ProcessGroup processes;
+    // The host's own part in lvGo's run.
+    HostHooks host;
 
     // Lights that exist once per scene.
     GeometryLightValues geometryLight;

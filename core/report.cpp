@@ -3,12 +3,18 @@
 #include <iomanip>
 #include <iostream>
 
+#include "core/registry.h"
+
 // Lines go to standard output and are flushed one by one. Fixed notation with
 // four decimals, once a real value set it, stays on the stream; integers are
 // not affected by it.
 namespace {
 
-std::ostream& out() { return std::cout; }
+// A quiet run prints its error lines alone.
+std::ostream& out() {
+    static std::ostream discard(nullptr);
+    return registry.host.quiet ? discard : std::cout;
+}
 
 void unitTail(const std::string& unit) {
     out() << ' ';
@@ -76,4 +82,4 @@ void reportPair(const std::string& label1, double value1, const std::string& uni
 
 void reportWarning(const std::string& text) { out() << "warning :( \t" << text << '\n' << std::flush; }
 
-void reportError(const std::string& text) { out() << "error :( \t" << text << '\n' << std::flush; }
+void reportError(const std::string& text) { std::cout << "error :( \t" << text << '\n' << std::flush; }

@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <iomanip>
-#include <iostream>
 
 #include "core/clock.h"
 #include "core/report.h"
@@ -104,9 +102,10 @@ struct Builder {
     std::atomic<uint32_t> nodeCount = 1;
 };
 
+// The wave being built, overwritten by the next; the last stays.
 void progressLine(int wave, char end) {
-    std::cout << "tree construction wavefront" << ' ' << std::right << std::setfill(' ') << std::setw(16) << wave
-              << ' ' << "[ n/a ]" << end << std::flush;
+    if (end == '\r') reportProgress("tree construction wavefront", wave, "n/a");
+    else reportCount("tree construction wavefront", wave, "n/a");
 }
 
 // The builder's own lock on the node counter: an atomic addition.

@@ -32,12 +32,44 @@ TEST_F(LumivaneCli, RendersTheExampleSceneAndRefusesBadUse) {
     }
 
     writeFile(dir / "plain.txt", "x");
-    for (const std::string& arguments : {quoted(dir / "no such scene"), "--bogus " + quoted(scene), std::string(),
-                                        quoted(dir / "plain.txt"), quoted(scene) + " " + quoted(scene)}) {
+    std::vector<std::string> uses = {quoted(dir / "no such scene"), std::string(), quoted(dir / "plain.txt"),
+                                     quoted(scene) + " " + quoted(scene)};
+    for (const char* bad : {"--bogus", "--frames 0", "--frames", "--resolution 64", "--resolution 0x5", "--scale -1",
+                            "--region 4 2 3 9", "--region 1 2 3", "-t 999", "-o noextension"})
+        uses.push_back(std::string(bad) + " " + quoted(scene));
+    for (const std::string& arguments : uses) {
         r = runHost(dir, arguments);
         EXPECT_EQ(r.status, 2) << arguments;
         EXPECT_EQ(r.out, "") << arguments;
         EXPECT_EQ(r.err.rfind("lumivane: ", 0), 0u) << r.err;
         EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
     }
+}
+
+// The options change the run and not the scene: a smaller float image under
+// the name given, the frames asked for, the scene's files as they were, and
+// each change noted in the report. Quiet, the report keeps its error lines
+// alone. On a terminal a progress line is rewritten in place on standard
+// error; in a pipe, standard error stays empty.
+TEST_F(LumivaneCli, OptionsOverrideTheSceneForOneRun) {
+    const fs::path scene = copyExample("cornell", dir / "cornell", {{"sample 256", "sample 4"}});
+    const std::string camera = slurp(scene / "camera/camera.lv");
+    HostRun r = runHost(dir, "--resolution 64x48 --frames 2 -o small.pfm -t 1 " + quoted(scene));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    for (const char* note : {"command line - resolution 64 x 48\n", "command line - frames 2\n",
+                             "command line - threads 1\n"})
+        EXPECT_NE(r.out.find(note), std::string::npos) << note;
+    EXPECT_EQ(slurp(dir / "small.pfm").rfind("PF\n64 48\n", 0), 0u);   // three floats a pixel
+    EXPECT_GE(fs::file_size(dir / "small.pfm"), 64u * 48 * 12);
+    EXPECT_LT(fs::file_size(dir / "small.pfm"), 64u * 48 * 12 + 32);
+    EXPECT_FALSE(fs::exists(scene / "beauty.hdr"));
+    EXPECT_EQ(slurp(scene / "camera/camera.lv"), camera);
+
+    r = runHost(dir, "--quiet --resolution 16x16 --frames 1 " + quoted(scene));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "");
+    r = runCommand(dir, "script -qec " + ::quoted(std::string(LUMIVANE_EXE) + " --resolution 16x16 --frames 2 " +
+                                                 scene.string()) + " /dev/null");
+    EXPECT_NE(r.out.find("\rframe 1 of 2, "), std::string::npos) << r.out;
 }
