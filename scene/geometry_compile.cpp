@@ -1,5 +1,6 @@
 // Compiling raw face lists into a part: degenerate triangles dropped, normals
 // oriented and quantised, corners deduplicated through a vertex table.
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <vector>
@@ -9,21 +10,29 @@
 
 namespace {
 
-constexpr uint32_t kBuckets = 262144;
-
 uint32_t bitsOf(float f) { return std::bit_cast<uint32_t>(f); }
 
 // Deduplicates the vertices of one part: a corner matches a vertex when
-// position, normal, tangent and UV agree bit for bit.
+// position, normal, tangent and UV agree bit for bit. The buckets are a
+// power of two at least twice the corners to come, so that a lookup walks a
+// chain of about one key however large the part: the load stays linear.
 class VertexTable {
 public:
-    VertexTable(Part& part, bool withUvs, bool withNormals, bool withTangents)
+    VertexTable(Part& part, bool withUvs, bool withNormals, bool withTangents, size_t corners, size_t positions)
         : part_(part), withUvs_(withUvs), withNormals_(withNormals), withTangents_(withTangents),
-          head_(kBuckets, -1) {}
+          head_(std::bit_ceil(std::max<size_t>(2 * corners, 1024)), -1), mask_(head_.size() - 1) {
+        // Most corners share the positions of the file; seams add a few more.
+        keys_.reserve(positions);
+        next_.reserve(positions);
+        part_.positions.reserve(part_.positions.size() + positions);
+    }
 
     uint32_t vertex(Vector p, UV uv, PackedDirection n, PackedDirection t) {
-        const uint32_t bucket =
-            (bitsOf(p.x) * 15485843u + bitsOf(p.y) * 15485849u + bitsOf(p.z) * 15485857u) & 0x3ffffu;
+        // The position's bits mixed into 64 and folded: nearby floats land
+        // in buckets far apart.
+        uint64_t h = (uint64_t(bitsOf(p.x)) << 32 | bitsOf(p.y)) * 0x9E3779B97F4A7C15ull;
+        h = (h ^ (h >> 29) ^ bitsOf(p.z)) * 0xBF58476D1CE4E5B9ull;
+        const size_t bucket = size_t(h ^ (h >> 32)) & mask_;
         for (int32_t i = head_[bucket]; i >= 0; i = next_[size_t(i)]) {
             const Key& k = keys_[size_t(i)];
             if (k.p[0] == bitsOf(p.x) && k.p[1] == bitsOf(p.y) && k.p[2] == bitsOf(p.z) && k.n == n && k.t == t &&
@@ -53,6 +62,7 @@ private:
     bool withUvs_, withNormals_, withTangents_;
     uint32_t base_ = 0;
     std::vector<int32_t> head_;
+    size_t mask_;
     std::vector<int32_t> next_;
     std::vector<Key> keys_;
 };
@@ -114,7 +124,8 @@ void compileReader(GeometryReader& r, const std::string& source) {
         if (withUvs) part.uvChannels[0].elements.resize(before);
         if (withNormals) part.normals.resize(before);
         if (withTangents) part.tangents.resize(before);
-        VertexTable table(part, withUvs, withNormals, withTangents);
+        VertexTable table(part, withUvs, withNormals, withTangents,
+                          3 * r.rawTriangles.size() + 4 * r.rawQuadrangles.size(), r.positions.size());
         table.setBase(uint32_t(before));
         bool outOfRange = false;
         part.triangles.reserve(part.triangles.size() + r.rawTriangles.size());
