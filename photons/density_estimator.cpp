@@ -101,6 +101,11 @@ void prepareDensityEstimator(Part& part) {
                     &part.tetragonCellsBack})
         v->clear();
     if (registry.resolution < 1e-8f) return;
+    // Without final gathering (distance 0) nothing would read the cells.
+    if (!(registry.distance > 0.0f)) {
+        reportReal("density estimator buffer", 0.0, "M bytes");
+        return;
+    }
 
     auto area = [&](const auto& face) { return float(placedArea(part, face)); };
     const uint64_t triangles = sizeFamily(part.triangles, part.triangleCellBase, part.triangleCellResolution, area);

@@ -205,6 +205,7 @@ TEST_F(Photons, FloorCellsMatchDirectLight) {
 // weight lands in one of the n² cells, and all cells are reached.
 TEST_F(Photons, CellsAreSizedByAreaAndIndexEveryWeight) {
     lvSetRendererResolution(1.0f);
+    lvSetRendererDistance(0.5f);   // final gathering: without it no cell is made
     square(0.0f, 0.5f, shader(one));      // area 1: 1 × 2² is the first above it
     square(1.0f, 0.5f, shader(zero));     // nothing to gather: one cell
     square(2.0f, 50.0f, shader(one));     // area 10000: 101² is the first above it
@@ -245,7 +246,7 @@ TEST_F(Photons, CellsBeyondOneGigabyteEndTheProcess) {
         for (Vector p : {Vector{0, 0, z}, Vector{1, 0, z}, Vector{1, 1, z}, Vector{0, 1, z}}) part.positions.push_back(p);
         part.tetragons.push_back({4 * k, 4 * k + 1, 4 * k + 2, 4 * k + 3, uint32_t(s)});
     }
-    registry.resolution = 2e-8f;
+    registry.resolution = 2e-8f, registry.distance = 1.0f;
     int out[2];
     ASSERT_EQ(pipe(out), 0);
     std::cout.flush();
@@ -315,7 +316,10 @@ TEST_F(Photons, FinalGatheringAgreesWithPathTracing) {
         camera({0, -3.4f, 0}, {0, 0, 0}, 40.0f, 64, 16);
         return blockMeans(render(), 32);
     };
-    const std::vector<double> traced = renderRoom(false, 0), dark = renderRoom(true, 0);
+    const std::vector<double> traced = renderRoom(false, 0);
+    for (const Object& object : registry.objects)   // path tracing reads no cells: none are made
+        for (const Part& part : object.parts) EXPECT_TRUE(part.tetragonCellsFront.empty());
+    const std::vector<double> dark = renderRoom(true, 0);
     expectGatheredAsTraced(renderRoom(true, 200000), traced);
     EXPECT_LT(dark[0] + dark[1] + dark[2] + dark[3], 0.85 * (traced[0] + traced[1] + traced[2] + traced[3]));
 }
