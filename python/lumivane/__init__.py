@@ -9,6 +9,13 @@ are 3 rows of 4 (a 4 x 4 array gives its first three rows) and 3 x 3, or
 None. Enumerations are IntEnums named as in lv.h without the prefix
 (``Element.LAMBERTIAN`` for ``LV_ELEMENT_LAMBERTIAN``); the C names exist too.
 
+The library checks nothing, so the package does (see ``checks``): it counts
+the records that every lvAdd... call makes and the stages release, and an
+index that names no record raises IndexError, a bad count, array, string or
+enumeration value raises ValueError, and a call out of turn (rendering an
+unprepared scene, describing a prepared one) raises RuntimeError, each before
+the library is called.
+
 On top of that: ``go(directory)`` renders a scene directory as the
 command-line host does, ``render(describe)`` runs a whole scene that a
 function describes, ``still_pose(...)`` gives a camera one pose for the whole
@@ -24,12 +31,14 @@ and ``/usr``, and by the system's loader.
 
 import ctypes
 import enum
+import operator
 import os
 import re
 import sys
 
 import numpy as np
 
+from . import checks
 from .images import read_image
 from .library import find_library
 from .surface import DECLARATIONS
@@ -116,42 +125,103 @@ for _enum, _prefix in _C_PREFIXES.items():
         __all__.append(_c_name)
 
 
-def _text(value):
-    return value if isinstance(value, bytes) else str(value).encode()
+# Each converter takes the function's name, the argument's name and the value
+# given; it returns the Python value that the checks read (and that keeps the
+# data alive during the call) and the value passed to ctypes. ctypes itself
+# would wrap an int that does not fit and pass any object's text as a string.
+
+def _whole(function, argument, value):
+    try:
+        return operator.index(value)
+    except TypeError:
+        raise TypeError(f"{function}: {argument} {value!r} is not an int") from None
+
+
+def _int(function, argument, value):
+    number = _whole(function, argument, value)
+    if not checks.INT_MIN <= number <= checks.INT_MAX:
+        raise ValueError(f"{function}: {argument} {number} does not fit a C int")
+    return number, number
+
+
+def _enumeration(kind):
+    members = {int(member) for member in kind}
+    # A Channel is a set of bits; the others are one of their members.
+    bits = sum(members) if issubclass(kind, enum.IntFlag) else None
+
+    def convert(function, argument, value):
+        number = _whole(function, argument, value)
+        if number not in members if bits is None else (number < 0 or number & ~bits):
+            raise ValueError(f"{function}: {argument} {value!r} is not a value of {kind.__name__}")
+        return number, number
+    return convert
+
+
+def _text(function, argument, value):
+    if isinstance(value, os.PathLike):
+        value = os.fspath(value)
+    if isinstance(value, str):
+        try:
+            value = value.encode()
+        except UnicodeEncodeError as error:
+            raise ValueError(f"{function}: {argument} {value!r} cannot be encoded ({error})") from None
+    if not isinstance(value, (bytes, bytearray)):
+        raise ValueError(f"{function}: {argument} {value!r} is not a string")
+    value = bytes(value)
+    if b"\0" in value:
+        raise ValueError(f"{function}: {argument} {value!r} holds a zero byte")
+    return value, value
 
 
 def _array(dtype, ctype):
-    def convert(value):
-        data = np.ascontiguousarray(value, dtype=dtype)
+    integers = np.dtype(dtype).kind == "i"
+
+    def convert(function, argument, value):
+        try:
+            data = np.asarray(value)
+            if integers and data.size:
+                # Checked before the narrowing, which would wrap silently.
+                if data.dtype.kind not in "iu":
+                    raise ValueError(f"holds {data.dtype} values, not integers")
+                if data.min() < checks.INT_MIN or data.max() > checks.INT_MAX:
+                    raise ValueError("holds values that do not fit a C int")
+            data = np.ascontiguousarray(data, dtype=dtype)
+        except (TypeError, ValueError) as error:
+            raise ValueError(f"{function}: {argument} is not an array of {np.dtype(dtype)} ({error})") from None
         return data, data.ctypes.data_as(ctypes.POINTER(ctype))
     return convert
 
 
 def _matrix(rows, columns):
-    def convert(value):
+    def convert(function, argument, value):
         if value is None:
             return None, None
-        data = np.asarray(value, dtype=np.float32)
-        if data.ndim == 2 and data.shape[0] > rows:
-            data = data[:rows]
+        try:
+            data = np.asarray(value, dtype=np.float32)
+        except (TypeError, ValueError) as error:
+            raise ValueError(f"{function}: {argument} is not a matrix ({error})") from None
+        if rows < columns and data.shape == (columns, columns):
+            data = data[:rows]   # the affine rows of a square matrix
+        if data.shape not in ((rows, columns), (rows * columns,)):
+            raise ValueError(f"{function}: {argument} of shape {data.shape} is not a {rows} x {columns} matrix")
         data = np.ascontiguousarray(data.reshape(rows, columns))
         return data, data.ctypes.data_as(ctypes.POINTER(ctypes.c_float))
     return convert
 
 
-def _output(value):
-    if not isinstance(value, np.ndarray) or value.dtype != np.float32 or not value.flags.c_contiguous:
-        raise TypeError("the colours of lvRenderPixels go into a contiguous numpy array of float32")
+def _output(function, argument, value):
+    if not (isinstance(value, np.ndarray) and value.dtype == np.float32 and value.flags.c_contiguous
+            and value.flags.writeable):
+        raise TypeError(f"{function}: the colours go into a writable, contiguous numpy array of float32")
     return value, value.ctypes.data_as(ctypes.POINTER(ctypes.c_float))
 
 
 # C type of an argument: its ctypes type and how a Python value becomes one.
-# A converter returns the object to keep alive during the call and the value.
 _ARGUMENTS = {
-    "int": (ctypes.c_int, None),
+    "int": (ctypes.c_int, _int),
     "float": (ctypes.c_float, None),
     "bool": (ctypes.c_bool, None),
-    "const char*": (ctypes.c_char_p, lambda v: (None, _text(v))),
+    "const char*": (ctypes.c_char_p, _text),
     "const float*": (ctypes.POINTER(ctypes.c_float), _array(np.float32, ctypes.c_float)),
     "const int*": (ctypes.POINTER(ctypes.c_int), _array(np.int32, ctypes.c_int)),
     "float*": (ctypes.POINTER(ctypes.c_float), _output),
@@ -159,9 +229,9 @@ _ARGUMENTS = {
     "const float (*)[4]": (ctypes.POINTER(ctypes.c_float), _matrix(4, 4)),
     "const float (*)[3]": (ctypes.POINTER(ctypes.c_float), _matrix(3, 3)),
 }
-# Enumerations pass as ints; their members are ints already.
+# Enumerations pass as ints, within their members.
 for _enum in _C_PREFIXES:
-    _ARGUMENTS[_enum.__name__] = (ctypes.c_int, None)
+    _ARGUMENTS[_enum.__name__] = (ctypes.c_int, _enumeration(_enum))
 
 _RESULTS = {"void": None, "int": ctypes.c_int}
 
@@ -186,21 +256,24 @@ def _bind(library, line):
     function = getattr(library, name)
     function.restype = _RESULTS[result]
     function.argtypes = [_ARGUMENTS[kind][0] for kind, _ in arguments]
-    converters = [_ARGUMENTS[kind][1] for kind, _ in arguments]
+    converters = [(argument, _ARGUMENTS[kind][1]) for kind, argument in arguments]
 
     def call(*values):
         if len(values) != len(converters):
             raise TypeError(f"{name} takes {len(converters)} arguments ({len(values)} given)")
-        kept = []
+        given = {}
         passed = []
-        for convert, value in zip(converters, values):
-            if convert is None:
-                passed.append(value)
+        for (argument, convert), value in zip(converters, values):
+            if convert is not None:
+                value, passed_value = convert(name, argument, value)
             else:
-                keep, value = convert(value)
-                kept.append(keep)
-                passed.append(value)
-        return function(*passed)
+                passed_value = value
+            given[argument] = value
+            passed.append(passed_value)
+        _guard.check(name, given)
+        result = function(*passed)
+        _guard.record(name, given, result)
+        return result
 
     call.__name__ = name
     call.__qualname__ = name
@@ -214,6 +287,7 @@ try:
 except OSError as error:
     raise ImportError(f"lumivane cannot load {library_path} ({error}); build the library, install it, "
                       "or name it in the environment variable LUMIVANE_LIBRARY") from error
+_guard = checks.Guard()
 exported_names = []
 for _line in DECLARATIONS.strip().splitlines():
     _function = _bind(_library, _line)
@@ -228,8 +302,16 @@ def render_pixels(count, sample_index, rgb=None):
     Returns the pass's colours as an array of count x 3 float32 (rgb, if given,
     is filled and returned). The scene must be initialised, and count must be
     the region's pixel count, as the C function wants."""
+    count = operator.index(count)
+    pixels = _guard.region_pixels("render_pixels")
+    if count != pixels:
+        raise ValueError(f"render_pixels: count {count} is not the {pixels} pixels of camera 0's region")
     if rgb is None:
         rgb = np.zeros((count, 3), dtype=np.float32)
+    elif not isinstance(rgb, np.ndarray) or rgb.dtype != np.float32 or not rgb.flags.c_contiguous:
+        raise TypeError("render_pixels: rgb must be a contiguous numpy array of float32")
+    elif rgb.shape != (count, 3):
+        raise ValueError(f"render_pixels: rgb of shape {rgb.shape} is not ({count}, 3)")
     lvRenderPixels(count, rgb, sample_index)  # noqa: F821 (bound above)
     return rgb
 
@@ -255,6 +337,8 @@ def render(describe):
     lvStartup()  # noqa: F821 (bound above)
     try:
         described = describe()
+        if not _guard.scene.cameras:
+            raise IndexError("render: camera 0 is out of range (describe() made no camera)")
         lvInitialize()  # noqa: F821
         lvRender()  # noqa: F821
     finally:

@@ -11,7 +11,12 @@ from pathlib import Path
 import numpy as np
 import pytest
 
-import lumivane as lv
+try:
+    import lumivane as lv
+except ModuleNotFoundError:
+    # Not installed: the package of this source tree.
+    sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+    import lumivane as lv
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(lv.library_path).resolve().parent
