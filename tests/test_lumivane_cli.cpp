@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 
 #include "host_run.h"
+#include "shading/images.h"
 
 namespace {
 
@@ -65,6 +66,19 @@ TEST_F(LumivaneCli, OptionsOverrideTheSceneForOneRun) {
     EXPECT_LT(fs::file_size(dir / "small.pfm"), 64u * 48 * 12 + 32);
     EXPECT_FALSE(fs::exists(scene / "beauty.hdr"));
     EXPECT_EQ(slurp(scene / "camera/camera.lv"), camera);
+
+    // A scale of the scene's 256 x 256 and a region of it: light in those
+    // pixels alone.
+    r = runHost(dir, "--scale 0.125 --region 0 0 8 8 --frames 1 -o region.pfm " + quoted(scene));
+    ImageRecord region;
+    region.name = (dir / "region.pfm").string();
+    region.wantsRgbe = false;
+    LoadImage(region);
+    ASSERT_EQ(region.width, 32);
+    int lit = 0;
+    for (int i = 0; i < 32 * 32; ++i) lit += storedPixel(region, i).x > 0.0f;
+    EXPECT_GT(lit, 32);
+    EXPECT_LE(lit, 64);
 
     r = runHost(dir, "--quiet --resolution 16x16 --frames 1 " + quoted(scene));
     EXPECT_EQ(r.status, 0);
