@@ -145,6 +145,9 @@ class Translation:
         """The evaluated object's mesh, modifiers applied, as corners with
         their split normals and active UVs, and triangles by material."""
         data = obj.to_mesh()
+        if data is None:   # a curve or text with nothing to fill
+            return {"name": name, "positions": np.zeros((0, 3), np.float32), "normals": np.zeros((0, 3), np.float32),
+                    "uvs": None, "parts": []}
         try:
             data.calc_loop_triangles()
             if hasattr(data, "calc_normals_split"):

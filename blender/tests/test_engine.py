@@ -186,7 +186,8 @@ def test_world_colour_lights_like_cycles(tmp_path):
 
 def features():
     """A cube with a bevel, a sphere instanced twice through a collection, a
-    textured material and a node the engine cannot map, every light kind."""
+    textured material and a node the engine cannot map, every light kind, a
+    world and an empty curve."""
     floor()
     bpy.ops.mesh.primitive_cube_add(location=(0.0, 0.0, 1.0))
     bpy.context.object.modifiers.new("bevel", "BEVEL")
@@ -222,6 +223,9 @@ def features():
     light("SUN", 1.0)
     light("AREA", 100.0, location=(0.0, 0.0, 4.0))
     world((0.05, 0.05, 0.08))
+    # A curve with no points gives no mesh at all.
+    curve = bpy.data.objects.new("nothing", bpy.data.curves.new("nothing", "CURVE"))
+    bpy.context.scene.collection.objects.link(curve)
 
 
 def test_features_translate_and_render(tmp_path):
