@@ -14,13 +14,15 @@ uint32_t bitsOf(float f) { return std::bit_cast<uint32_t>(f); }
 
 // Deduplicates the vertices of one part: a corner matches a vertex when
 // position, normal, tangent and UV agree bit for bit. The buckets are a
-// power of two at least twice the corners to come, so that a lookup walks a
-// chain of about one key however large the part: the load stays linear.
+// power of two at least twice the vertices to expect (the file's positions,
+// or a quarter of the corners where seams split them more), so that a lookup
+// walks a chain of about one key however large the part: the load stays
+// linear, and the table a few bytes a vertex.
 class VertexTable {
 public:
     VertexTable(Part& part, bool withUvs, bool withNormals, bool withTangents, size_t corners, size_t positions)
         : part_(part), withUvs_(withUvs), withNormals_(withNormals), withTangents_(withTangents),
-          head_(std::bit_ceil(std::max<size_t>(2 * corners, 1024)), -1), mask_(head_.size() - 1) {
+          head_(std::bit_ceil(2 * std::max({positions, corners / 4, size_t(512)})), -1), mask_(head_.size() - 1) {
         // Most corners share the positions of the file; seams add a few more.
         keys_.reserve(positions);
         next_.reserve(positions);
