@@ -36,6 +36,19 @@ inline Vector normalized(Vector v) {
     return v * scale;
 }
 
+// A 3 x 3 matrix, row by row, times a vector.
+inline Vector times3x3(const float m[9], Vector v) {
+    return {m[0] * v.x + m[1] * v.y + m[2] * v.z, m[3] * v.x + m[4] * v.y + m[5] * v.z,
+            m[6] * v.x + m[7] * v.y + m[8] * v.z};
+}
+
+// A 4 x 4 matrix, row by row, times a point, with the homogeneous divide.
+inline Vector transformPoint(const float m[16], Vector p) {
+    const float w = m[12] * p.x + m[13] * p.y + m[14] * p.z + m[15];
+    return {(m[0] * p.x + m[1] * p.y + m[2] * p.z + m[3]) / w, (m[4] * p.x + m[5] * p.y + m[6] * p.z + m[7]) / w,
+            (m[8] * p.x + m[9] * p.y + m[10] * p.z + m[11]) / w};
+}
+
 // Length from a squared length, never below 1e-5.
 inline float guardedLength(float squared) { return squared > 1e-10f ? std::sqrt(squared) : 1e-5f; }
 

@@ -103,9 +103,8 @@ struct Builder {
 };
 
 // The wave being built, overwritten by the next; the last stays.
-void progressLine(int wave, char end) {
-    if (end == '\r') reportProgress("tree construction wavefront", wave, "n/a");
-    else reportCount("tree construction wavefront", wave, "n/a");
+void progressLine(int wave, bool last) {
+    (last ? reportCount : reportProgress)("tree construction wavefront", wave, "n/a");
 }
 
 // The builder's own lock on the node counter: an atomic addition.
@@ -423,7 +422,7 @@ void buildHierarchy(Object& object) {
     // from wave to wave.
     std::vector<std::vector<BuildTask>> perThread(size_t(std::max(1, omp_get_max_threads())));
     while (!current.empty()) {
-        progressLine(wave, '\r');
+        progressLine(wave, false);
         const long long tasks = (long long)current.size();
         // Tasks differ widely in size: threads take them a few at a time. A
         // single task runs on the calling thread.
@@ -439,7 +438,7 @@ void buildHierarchy(Object& object) {
         ++wave;
         if (wave == kWaveLimit) break;
     }
-    progressLine(wave, '\n');
+    progressLine(wave, true);
 
     object.bbvhNodes = renumberDepthFirst(builder.nodes, builder.nodeCount);
     const double seconds = double(systemTime100ns() - start) * 1e-7;

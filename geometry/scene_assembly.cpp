@@ -65,12 +65,14 @@ void countPlacements(size_t index, const float* linear, std::vector<Placement>& 
     if (placement.count == 2) return;
     if (++placement.count == 1) std::copy(linear, linear + 9, placement.linear);
     for (const Instance& instance : registry.objects[index].instances) {
+        // The product, column by column: the placement times each column of
+        // the instance's own linear part.
+        const float* m = instance.toWorld;
         float product[9];
-        for (int r = 0; r < 3; ++r)
-            for (int c = 0; c < 3; ++c)
-                product[3 * r + c] = placement.linear[3 * r] * instance.toWorld[c] +
-                                     placement.linear[3 * r + 1] * instance.toWorld[4 + c] +
-                                     placement.linear[3 * r + 2] * instance.toWorld[8 + c];
+        for (int c = 0; c < 3; ++c) {
+            const Vector column = times3x3(placement.linear, {m[c], m[4 + c], m[8 + c]});
+            product[c] = column.x, product[3 + c] = column.y, product[6 + c] = column.z;
+        }
         countPlacements(instance.target, product, placements);
     }
 }

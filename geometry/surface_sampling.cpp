@@ -27,17 +27,6 @@ FacePoint interpolate(const Part& part, const uint32_t vertex[4], const float we
     return p;
 }
 
-Vector transformPoint(const float m[16], Vector p) {
-    const float w = m[12] * p.x + m[13] * p.y + m[14] * p.z + m[15];
-    return {(m[0] * p.x + m[1] * p.y + m[2] * p.z + m[3]) / w, (m[4] * p.x + m[5] * p.y + m[6] * p.z + m[7]) / w,
-            (m[8] * p.x + m[9] * p.y + m[10] * p.z + m[11]) / w};
-}
-
-Vector transformNormal(const float m[9], Vector n) {
-    return {m[0] * n.x + m[1] * n.y + m[2] * n.z, m[3] * n.x + m[4] * n.y + m[5] * n.z,
-            m[6] * n.x + m[7] * n.y + m[8] * n.z};
-}
-
 // A table row for the stratum; instance rows hand the pick on to their
 // target, and are listed in `chain` when the caller asks for them.
 const SurfaceTableEntry& drawSurface(const Object& object, int i, int n, bool photons,
@@ -112,6 +101,6 @@ uint32_t faceShader(const Part& part, uint8_t kind, uint32_t index) {
 void toWorldThroughChain(const std::vector<const Instance*>& chain, Vector& position, Vector& normal) {
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         position = transformPoint((*it)->toWorld, position);
-        normal = transformNormal((*it)->normalMatrix, normal);
+        normal = times3x3((*it)->normalMatrix, normal);
     }
 }

@@ -82,15 +82,8 @@ struct SavedRay {
 inline SavedRay enterInstance(const Instance& instance, RayState& ray) {
     const SavedRay saved{ray.origin, ray.direction, ray.inverse_direction, ray.instance_path};
     ray.instance_path = extendPath(saved.path, instance);
-    const float* m = instance.toLocal;
-    const Vector o = ray.origin;
-    const float w = m[12] * o.x + m[13] * o.y + m[14] * o.z + m[15];
-    ray.origin = {(m[0] * o.x + m[1] * o.y + m[2] * o.z + m[3]) / w, (m[4] * o.x + m[5] * o.y + m[6] * o.z + m[7]) / w,
-                  (m[8] * o.x + m[9] * o.y + m[10] * o.z + m[11]) / w};
-    const float* r = instance.directionMatrix;
-    const Vector d = ray.direction;
-    ray.direction = {r[0] * d.x + r[1] * d.y + r[2] * d.z, r[3] * d.x + r[4] * d.y + r[5] * d.z,
-                     r[6] * d.x + r[7] * d.y + r[8] * d.z};
+    ray.origin = transformPoint(instance.toLocal, ray.origin);
+    ray.direction = times3x3(instance.directionMatrix, ray.direction);
     ray.inverse_direction = reciprocal(ray.direction);
     return saved;
 }

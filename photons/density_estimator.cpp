@@ -53,11 +53,7 @@ inline uint32_t cellCoordinate(float x, uint32_t n) {
 // Vertex k of a part as placed in the scene (translation aside, which no
 // area depends on); the origin for an index past the positions.
 Vector placedVertex(const Part& part, uint32_t k) {
-    if (k >= part.positions.size()) return zero;
-    const Vector p = part.positions[k];
-    const float* m = part.cellMatrix;
-    return {m[0] * p.x + m[1] * p.y + m[2] * p.z, m[3] * p.x + m[4] * p.y + m[5] * p.z,
-            m[6] * p.x + m[7] * p.y + m[8] * p.z};
+    return k < part.positions.size() ? times3x3(part.cellMatrix, part.positions[k]) : zero;
 }
 
 double placedArea(const Part& part, const Triangle& t) {

@@ -124,19 +124,15 @@ def _obj(mesh, shaders, path):
 
 
 def _geometry(scene, directory, written):
-    shaders = scene["shaders"]
-    text = []
-    for k, mesh in enumerate(scene["meshes"]):
-        name = f"geometry/mesh{k}.obj"
-        _obj(mesh, shaders, os.path.join(directory, name))
-        written.append(name)
-        text.append(f"object\n  name mesh{k}\n  obj {_quoted(name)}\nend\n")
-    body = []
-    for k, mesh in enumerate(scene["root"]):
-        name = f"geometry/root{k}.obj"
-        _obj(mesh, shaders, os.path.join(directory, name))
-        written.append(name)
-        body.append(f"  obj {_quoted(name)}\n")
+    def obj(mesh, name):
+        """Writes the mesh as geometry/NAME.obj; its `obj` line."""
+        path = f"geometry/{name}.obj"
+        _obj(mesh, scene["shaders"], os.path.join(directory, path))
+        written.append(path)
+        return f"  obj {_quoted(path)}\n"
+
+    text = [f"object\n  name mesh{k}\n{obj(mesh, f'mesh{k}')}end\n" for k, mesh in enumerate(scene["meshes"])]
+    body = [obj(mesh, f"root{k}") for k, mesh in enumerate(scene["root"])]
     for instance in scene["instances"]:
         rows = [list(r) for r in instance["matrix"]] + [[0, 0, 0, 1]]
         body.append(f"  instance\n    object mesh{instance['mesh']}\n    matrix {_v(sum(rows, []))}\n  end\n")
