@@ -13,7 +13,7 @@ import time
 import bpy
 import numpy as np
 
-from .translate import Translation
+from .translate import PASSES, Translation
 
 HERE = os.path.dirname(os.path.realpath(__file__))
 # The lumivane package of the checkout the add-on lives in.
@@ -74,7 +74,6 @@ class LumivaneRenderEngine(bpy.types.RenderEngine):
 
     def update_render_passes(self, scene=None, renderlayer=None):
         self.register_pass(scene, renderlayer, "Combined", 4, "RGBA", "COLOR")
-        from .translate import PASSES
         for name, flag in PASSES.items():
             if getattr(renderlayer, flag, False):
                 self.register_pass(scene, renderlayer, *BLENDER_PASSES[name])
