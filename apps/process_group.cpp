@@ -13,6 +13,9 @@
 
 #include "core/registry.h"
 #include "core/report.h"
+#include "geometry/object.h"
+#include "lights/lights.h"
+#include "photons/photon_tree.h"
 
 namespace {
 

@@ -40,6 +40,7 @@
 
 #include "bench_scene.h"
 #include "render/frame.h"
+#include "lights/lights.h"
 
 namespace {
 

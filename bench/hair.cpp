@@ -18,8 +18,7 @@
 
 #include "../tests/hair_file_writer.h"
 #include "bench_scene.h"
-#include "core/stages.h"
-#include "geometry/hierarchy.h"
+#include "geometry/object.h"
 #include "geometry/prepare.h"
 #include "geometry/traversal.h"
 #include "render/frame.h"

@@ -32,6 +32,8 @@
 
 #include "bench_scene.h"
 #include "photons/photon_cast.h"
+#include "lights/lights.h"
+#include "photons/photon_tree.h"
 
 namespace {
 

@@ -35,6 +35,7 @@
 #include "render/occlusion.h"
 #include "scene/directory_walk.h"
 #include "shading/hit_shading.h"
+#include "photons/photon_tree.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "core/exponent.h"
 #include "core/registry.h"
 #include "lights/sky_light.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 // their poses, output images, rasters in memory, ray state and hit records.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -159,4 +160,27 @@ struct HitRecord {
     uint8_t terminal;
     uint8_t material, visibility, virtual_light;
     uint8_t has_lambertian, has_transmissive, has_glossy, has_specular, has_diffusion;
+};
+
+// The medium behind a surface, or the sky's air.
+struct VolumeShader {
+    Color albedo{0.0f, 0.0f, 0.0f};
+    Color transmittance{1.0f, 1.0f, 1.0f};   // per unit of length
+    float average_cosine = 0.0f;
+    uint32_t medium_id = 0;
+};
+
+// Absorption of a medium: -ln of its transmittance per channel, where the
+// logarithm of a value below 1e-10 counts as -10.
+inline Color volumeAbsorption(const VolumeShader& volume) {
+    auto absorb = [](float t) { return t < 1e-10f ? 10.0f : -std::log(t); };
+    return {absorb(volume.transmittance.x), absorb(volume.transmittance.y), absorb(volume.transmittance.z)};
+}
+
+// The shaders a light reaches. Indices come from the exported link setters
+// and from the names of `link` blocks, resolved at preparation; an empty
+// index list lights everything.
+struct ShaderLink {
+    std::vector<int> indices;
+    std::vector<std::string> names;
 };

@@ -1,7 +1,5 @@
 #include "core/registry.h"
 
-Registry registry;
-
 void resetRendererValues() {
     registry.photon_depth = 8;
     registry.ray_depth = 8;

@@ -7,14 +7,21 @@
 #include <vector>
 
 #include "core/constants.h"
+#include "core/distribution.h"
 #include "core/host_hooks.h"
 #include "core/processes.h"
 #include "core/records.h"
-#include "geometry/object.h"
-#include "lights/geometry_light.h"
-#include "lights/lights.h"
-#include "photons/photon_tree.h"
-#include "shading/shader.h"
+#include "core/shader_record.h"
+
+// The records of the layers above, which own their definitions. A file
+// completes the ones it reads by including their layer's header; the one
+// definition of the registry stands where all of them are complete.
+struct Object;
+struct PointLight;
+struct ParallelLight;
+struct GeometryLightPoint;
+struct Photon;
+struct PhotonNode;
 
 // A per-thread value alone on its cache line, so that threads writing at
 // the same time do not pass one line back and forth. It reads and writes as

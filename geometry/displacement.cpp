@@ -18,8 +18,8 @@
 #include "core/report.h"
 #include "geometry/lanes.h"
 #include "geometry/load_time.h"
-#include "shading/images.h"
-#include "shading/shader.h"
+#include "core/images.h"
+#include "core/shader_record.h"
 
 namespace {
 

@@ -147,3 +147,8 @@ void updateHierarchy(Object& object);
 void fillLeafRecords(Object& object);
 // Larger child boxes first, within each wide node.
 void satOrder(Object& object);
+
+// Per-node child hit counters of every hierarchy, cleared before each frame,
+// and the one reordering of all hierarchies after the first frame.
+void clearNodeHitCounters();
+void reorderHierarchies();

@@ -5,7 +5,7 @@
 
 #include "core/registry.h"
 #include "core/report.h"
-#include "geometry/hierarchy.h"
+#include "geometry/object.h"
 #include "geometry/load_time.h"
 #include "geometry/prepare.h"
 #include "geometry/surface_sampling.h"

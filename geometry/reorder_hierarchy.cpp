@@ -2,7 +2,6 @@
 // reordering after the first frame: each node's slots are sorted by how often
 // they held the blocking leaf per unit of cost, most promising first.
 #include "core/registry.h"
-#include "core/stages.h"
 #include "geometry/object.h"
 
 namespace {

@@ -5,7 +5,6 @@
 
 #include "core/registry.h"
 #include "core/report.h"
-#include "core/stages.h"
 #include "geometry/load_time.h"
 #include "geometry/prepare.h"
 #include "photons/density_estimator.h"

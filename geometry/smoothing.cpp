@@ -19,7 +19,7 @@
 #include "core/report.h"
 #include "geometry/lanes.h"
 #include "geometry/load_time.h"
-#include "shading/shader.h"
+#include "core/shader_record.h"
 
 namespace {
 

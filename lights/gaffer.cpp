@@ -5,7 +5,7 @@
 #include "core/constants.h"
 #include "core/registry.h"
 #include "core/report.h"
-#include "core/stages.h"
+#include "output/write_image.h"
 #include "lights/lights.h"
 #include "render/aovs.h"
 

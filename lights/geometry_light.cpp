@@ -11,12 +11,14 @@
 #include "core/random.h"
 #include "core/registry.h"
 #include "core/report.h"
-#include "core/stages.h"
+#include "output/write_image.h"
 #include "geometry/surface_sampling.h"
 #include "geometry/traversal.h"
 #include "lv.h"
 #include "render/aovs.h"
-#include "shading/images.h"
+#include "core/images.h"
+#include "geometry/object.h"
+#include "lights/lights.h"
 
 namespace {
 

@@ -25,3 +25,6 @@ struct GeometryLightPoint {
     uint8_t kind;        // kTriangle or kTetragon
     uint8_t side;        // 1 emits along the face normal, 0 against it
 };
+
+void prepareGeometryLight();
+void releaseGeometryLight();

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "core/registry.h"
+#include "lights/lights.h"
 #include "lv.h"
 
 namespace {

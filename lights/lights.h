@@ -10,14 +10,6 @@
 
 #include "core/records.h"
 
-// The shaders a light reaches. Indices come from the exported link setters
-// and from the names of `link` blocks, resolved at preparation; an empty
-// index list lights everything.
-struct ShaderLink {
-    std::vector<int> indices;
-    std::vector<std::string> names;
-};
-
 // Appends the index of the first shader bearing each name; unknown names drop out.
 void resolveLink(ShaderLink& link);
 // True when the link lets the light reach `shader`.
@@ -78,3 +70,7 @@ float spotWeight(const PointLight& light, Vector w);
 // A direction in the cone of cosine `cosine` around the third vector of
 // `frame`, uniform over the cone's solid angle, from two uniform numbers.
 Vector coneDirection(const float frame[9], float cosine, float a, float b);
+
+// The gaffer stage: the point and parallel lights.
+void prepareGaffer();
+void releaseGaffer();

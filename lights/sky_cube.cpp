@@ -8,7 +8,7 @@
 #include "core/hilbert.h"
 #include "core/registry.h"
 #include "lights/sky_light.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 std::vector<uint32_t> skyCube[6];
 

@@ -57,3 +57,6 @@ Color skyRadianceForRay(const RayState& ray);
 bool bakeSkyCube();
 // Frees the distribution and empties the faces, which keep their storage.
 void releaseSkyCube();
+
+void prepareSkyLight();
+void releaseSkyLight();

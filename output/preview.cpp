@@ -5,7 +5,7 @@
 
 #include "core/registry.h"
 #include "core/report.h"
-#include "core/stages.h"
+#include "output/write_image.h"
 #include "render/frame.h"
 
 #if LV_HAVE_PREVIEW

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "core/stages.h"
-#include "shading/images.h"
+#include "core/images.h"
+#include "core/registry.h"
 
 namespace {
 
@@ -144,3 +144,9 @@ int saveImage(const ImageRecord& image) {
 }
 
 void writeImage(const ImageRecord& image) { saveImage(image); }
+
+// Of several processes, rank 0 alone holds the combined images and writes.
+void writeAovs(const std::vector<Aov>& aovs) {
+    if (registry.processes.rank != 0) return;
+    for (const Aov& aov : aovs) writeImage(aov.image);
+}

@@ -16,8 +16,10 @@
 #include "lv.h"
 #include "photons/photon_scattering.h"
 #include "shading/hit_shading.h"
-#include "shading/images.h"
+#include "core/images.h"
 #include "shading/lobes.h"
+#include "geometry/object.h"
+#include "lights/lights.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "render/child_ray.h"
 #include "shading/hair_scattering.h"
 #include "shading/hit_shading.h"
-#include "shading/images.h"
+#include "core/images.h"
 #include "shading/lobes.h"
 
 namespace {

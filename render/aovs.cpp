@@ -7,7 +7,7 @@
 #include "lv.h"
 #include "render/occlusion.h"
 #include "shading/hit_shading.h"
-#include "shading/images.h"
+#include "core/images.h"
 #include "shading/lobes.h"
 
 namespace {

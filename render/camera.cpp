@@ -15,7 +15,7 @@
 #include "core/registry.h"
 #include "core/report.h"
 #include "core/sequence.h"
-#include "core/stages.h"
+#include "output/write_image.h"
 #include "lv.h"
 #include "render/aovs.h"
 

@@ -4,6 +4,7 @@
 
 #include "core/constants.h"
 #include "core/registry.h"
+#include "geometry/object.h"
 #include "lights/lights.h"
 #include "lights/sky_light.h"
 #include "lv.h"
@@ -11,7 +12,7 @@
 #include "render/aovs.h"
 #include "render/child_ray.h"
 #include "shading/hair_scattering.h"
-#include "shading/images.h"
+#include "core/images.h"
 #include "shading/lobes.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include "core/registry.h"
 #include "lv.h"
 #include "render/child_ray.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "render/direct_light.h"
 #include "render/emission.h"
 #include "shading/hit_shading.h"
-#include "shading/images.h"
+#include "core/images.h"
 #include "shading/lobes.h"
 #include "shading/media.h"
 

@@ -6,7 +6,7 @@
 #include "core/random.h"
 #include "core/registry.h"
 #include "core/report.h"
-#include "core/stages.h"
+#include "render/renderer.h"
 #include "lv.h"
 #include "photons/photon_cast.h"
 #include "photons/photon_tree.h"

@@ -9,6 +9,7 @@
 
 #include "core/registry.h"
 #include "scene/block_parsers.h"
+#include "lights/lights.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "scene/block_parsers.h"
 #include "scene/geometry_reader.h"
 #include "scene/hair_file.h"
-#include "shading/images.h"
+#include "core/images.h"
 #include "shading/shader.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include "geometry/load_time.h"
 #include "lv.h"
 #include "shading/hair_scattering.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

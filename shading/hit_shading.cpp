@@ -8,7 +8,7 @@
 #include "geometry/intersect_primitives.h"
 #include "geometry/traversal.h"
 #include "lv.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

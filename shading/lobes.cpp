@@ -8,6 +8,7 @@
 #include "core/registry.h"
 #include "geometry/traversal.h"
 #include "lv.h"
+#include "photons/photon_tree.h"
 #include "render/child_ray.h"
 #include "shading/hair_scattering.h"
 #include "shading/hit_shading.h"

@@ -4,8 +4,7 @@
 
 #include "core/registry.h"
 #include "core/report.h"
-#include "core/stages.h"
-#include "shading/images.h"
+#include "core/images.h"
 #include "shading/shader.h"
 
 namespace {

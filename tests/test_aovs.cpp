@@ -9,7 +9,8 @@
 #include "core/registry.h"
 #include "radiance_scene.h"
 #include "render/frame.h"
-#include "shading/images.h"
+#include "core/images.h"
+#include "lights/lights.h"
 
 namespace {
 

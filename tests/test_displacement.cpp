@@ -9,14 +9,14 @@
 #include <tuple>
 
 #include "core/records.h"
-#include "core/stages.h"
 #include "geometry/load_time.h"
 #include "geometry/prepare.h"
 #include "geometry/traversal.h"
 #include "load_time_meshes.h"
 #include "scene_fixture.h"
 #include "shading/hit_shading.h"
-#include "shading/images.h"
+#include "core/images.h"
+#include "geometry/object.h"
 
 namespace {
 

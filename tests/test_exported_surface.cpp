@@ -1,3 +1,4 @@
+#include "geometry/object.h"
 // The exported surface as a whole: the library exports exactly the functions
 // of lv.h, the stage functions run the preparation and the release one stage
 // at a time, and the setters that no other test reaches store what they are

@@ -1,3 +1,4 @@
+#include "geometry/object.h"
 // The leaf records that the walks read must give the very bits of the face
 // tests on the parts: same hits, same distances, same hit parameters.
 #include <algorithm>

@@ -4,9 +4,13 @@
 
 #include <cmath>
 
-#include "core/stages.h"
+#include "geometry/prepare.h"
+#include "lights/geometry_light.h"
+#include "output/write_image.h"
+#include "shading/shader.h"
 #include "geometry/surface_sampling.h"
 #include "geometry/traversal.h"
+#include "geometry/object.h"
 #include "radiance_scene.h"
 
 namespace {

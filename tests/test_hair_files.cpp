@@ -4,6 +4,7 @@
 
 #include "hair_file_writer.h"
 #include "scene/geometry_reader.h"
+#include "geometry/object.h"
 #include "scene_fixture.h"
 
 namespace {

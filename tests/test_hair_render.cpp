@@ -1,3 +1,4 @@
+#include "geometry/object.h"
 // Hair in rendered scenes: a hair ball in a white furnace, light that a
 // fibre takes from the sky, an emitter and a point light, found by samples
 // or by the fibre's own rays, and photons that go on from fibres.

@@ -1,3 +1,4 @@
+#include "geometry/object.h"
 // The binary build, its update into the eight-wide tree, and slot order.
 #include <algorithm>
 #include <array>

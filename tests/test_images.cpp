@@ -3,10 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "core/random.h"
-#include "core/stages.h"
 #include "output/write_image.h"
 #include "scene_fixture.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

@@ -1,3 +1,4 @@
+#include "lights/lights.h"
 // The four light blocks with their link and aov blocks.
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include <sys/wait.h>
 
 #include "host_run.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

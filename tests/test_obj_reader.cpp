@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "scene/geometry_reader.h"
+#include "geometry/object.h"
+#include "shading/shader.h"
 #include "scene_fixture.h"
 
 namespace {

@@ -4,7 +4,9 @@
 
 #include <bit>
 
-#include "core/stages.h"
+#include "output/write_image.h"
+#include "geometry/object.h"
+#include "shading/shader.h"
 #include "scene_fixture.h"
 
 namespace {

@@ -14,7 +14,9 @@
 #include "photons/density_estimator.h"
 #include "photons/photon_cast.h"
 #include "radiance_scene.h"
-#include "shading/images.h"
+#include "core/images.h"
+#include "geometry/object.h"
+#include "photons/photon_tree.h"
 
 namespace {
 

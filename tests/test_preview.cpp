@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "host_run.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 #if LV_HAVE_PREVIEW
 #include <X11/Xlib.h>

@@ -4,9 +4,10 @@
 
 #include <algorithm>
 
-#include "core/stages.h"
 #include "geometry/prepare.h"
 #include "geometry/surface_sampling.h"
+#include "geometry/object.h"
+#include "shading/shader.h"
 #include "scene_fixture.h"
 
 namespace {

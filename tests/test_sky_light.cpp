@@ -6,10 +6,9 @@
 #include <random>
 
 #include "core/constants.h"
-#include "core/stages.h"
 #include "lights/sky_light.h"
 #include "scene_fixture.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

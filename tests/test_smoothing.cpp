@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "geometry/load_time.h"
+#include "geometry/object.h"
 #include "load_time_meshes.h"
 #include "scene_fixture.h"
 

@@ -2,7 +2,7 @@
 #include <cstring>
 #include <numeric>
 
-#include "core/stages.h"
+#include "geometry/object.h"
 #include "hierarchy_fixtures.h"
 #include "render/radiance.h"
 

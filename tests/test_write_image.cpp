@@ -4,7 +4,7 @@
 
 #include "output/write_image.h"
 #include "scene_fixture.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

@@ -8,6 +8,10 @@
 #include <sstream>
 
 #include "core/registry.h"
+#include "geometry/object.h"
+#include "lights/geometry_light.h"
+#include "lights/lights.h"
+#include "photons/photon_tree.h"
 #include "lv.h"
 #include "scene/block_reader.h"
 

@@ -8,7 +8,7 @@
 
 #include "core/records.h"
 #include "fuzz_scene.h"
-#include "shading/images.h"
+#include "core/images.h"
 
 namespace {
 

@@ -13,6 +13,8 @@
 
 #include "apps/process_group.h"
 #include "core/registry.h"
+#include "geometry/object.h"
+#include "photons/photon_tree.h"
 #include "lv.h"
 
 namespace {

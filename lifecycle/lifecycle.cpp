@@ -7,21 +7,27 @@
 #include "core/random.h"
 #include "core/registry.h"
 #include "core/report.h"
-#include "core/stages.h"
+#include "core/images.h"
+#include "geometry/object.h"
+#include "geometry/prepare.h"
+#include "lights/geometry_light.h"
+#include "lights/lights.h"
+#include "lights/sky_light.h"
+#include "photons/photon_tree.h"
+#include "render/camera.h"
+#include "render/renderer.h"
 #include "lv.h"
 #include "shading/shader.h"
+
+// The one scene of the process, defined here where every record it holds is
+// complete.
+Registry registry;
 
 namespace {
 
 void addDefaultShader();
 
 }  // namespace
-
-// Of several processes, rank 0 alone holds the combined images and writes.
-void writeAovs(const std::vector<Aov>& aovs) {
-    if (registry.processes.rank != 0) return;
-    for (const Aov& aov : aovs) writeImage(aov.image);
-}
 
 extern "C" {
 

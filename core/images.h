@@ -6,7 +6,7 @@
 #include <string>
 
 #include "core/records.h"
-#include "shading/sampler.h"
+#include "core/sampler.h"
 
 // Index of the image with exactly this name in registry.textures, appended as
 // a default record when there is none; -1 for an empty name.
@@ -41,3 +41,7 @@ Color elementColor(const SurfaceElement& element, const float uv[2]);
 bool elementColorTest(const SurfaceElement& element, const float uv[2], Color& rgb);
 // Displacement: `color`, or (texel - 0.5) times `color` with an image.
 Vector elementVector(const SurfaceElement& element, const float uv[2]);
+
+// Loads every texture the shaders name; releases them all.
+void prepareTextures();
+void releaseTextures();

@@ -1,4 +1,4 @@
-#include "shading/images.h"
+#include "core/images.h"
 
 #include <FreeImage.h>
 
@@ -11,7 +11,6 @@
 #include "core/random.h"
 #include "core/registry.h"
 #include "core/report.h"
-#include "core/stages.h"
 
 namespace {
 
