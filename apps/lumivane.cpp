@@ -20,6 +20,7 @@
 
 #include "core/registry.h"
 #include "lv.h"
+#include "scene/directory_walk.h"
 #include "progress_line.h"
 #include "run_options.h"
 #if LV_MPI
@@ -71,7 +72,7 @@ std::string unusableDirectory(const std::string& path) {
 
 // True when at least one of the five scene folders is a directory there.
 bool holdsSceneFolders(const std::string& path) {
-    for (const char* folder : {"shader", "render", "light", "camera", "geometry"}) {
+    for (const char* folder : kSceneFolders) {
         struct stat info {};
         if (stat((path + "/" + folder).c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return true;
     }

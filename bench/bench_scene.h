@@ -8,10 +8,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,8 +22,6 @@
 #include "scene/directory_walk.h"
 
 namespace bench {
-
-inline const char* const kSubfolders[] = {"shader", "render", "light", "camera", "geometry"};
 
 // The report goes to a string while an instance lives.
 class CapturedReport {
@@ -49,33 +45,13 @@ inline std::string loadAverage() {
     return in ? a + " " + b + " " + c : std::string("unknown");
 }
 
-// The scene files of one subfolder of the working directory, with the files
-// of the same subfolder of `variant` laid over them: a variant file replaces
-// the scene file of the same name, and other names are added. The result is
-// in byte-wise order of the names, as the directory walk reads them.
-inline std::vector<std::string> overlaidSceneFiles(const std::string& variant, const std::string& subfolder) {
-    std::map<std::string, std::string> byName;
-    auto add = [&](const std::string& directory) {
-        for (const std::string& path : sceneFilesOf(directory))
-            byName[std::filesystem::path(path).filename().string()] = path;
-    };
-    add("./" + subfolder);
-    if (!variant.empty()) add(variant + "/" + subfolder);
-    std::vector<std::string> paths;
-    for (const auto& entry : byName) paths.push_back(entry.second);
-    return paths;
-}
-
 // Starts the library and reads the scene in the working directory, with
 // `variant` (an absolute folder, or empty) laid over it, as lvGo reads a
-// directory: the five subfolders in their order, the image search list of
-// the directory.
+// directory.
 inline void readScene(uint64_t seed, const std::string& variant) {
     lvStartup();
     seedHardwareRandom(seed);
-    registry.imagePaths = {"./image", "./", ""};
-    for (const char* sub : kSubfolders)
-        for (const std::string& path : overlaidSceneFiles(variant, sub)) readSceneFile(path);
+    readSceneDirectory("./", variant);
 }
 
 // The value of the first report line that starts with `label` and carries

@@ -78,8 +78,7 @@ bool prepare(uint64_t seed, int lightSample, int cameraSample, std::ostringstrea
     saved = std::cout.rdbuf(report.rdbuf());
     lvStartup();
     seedHardwareRandom(seed);
-    registry.imagePaths = {"./image", "./", ""};
-    for (const char* sub : {"/shader", "/render", "/light", "/camera", "/geometry"}) walkSceneDirectory(std::string(".") + sub);
+    readSceneDirectory("./");
     if (settings) {
         settings->rendererSample = registry.rendererSample;
         settings->bounce = registry.bounce;

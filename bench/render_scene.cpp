@@ -62,8 +62,7 @@ bool prepare(int threads, int frames, std::ostringstream& report, std::streambuf
     saved = std::cout.rdbuf(report.rdbuf());
     lvStartup();
     seedHardwareRandom(1);
-    registry.imagePaths = {"./image", "./", ""};
-    for (const char* sub : {"/shader", "/render", "/light", "/camera", "/geometry"}) walkSceneDirectory(std::string(".") + sub);
+    readSceneDirectory("./");
     registry.rendererSample = kRendererSample;
     registry.bounce = kBounce;
     if (registry.cameras.empty()) {

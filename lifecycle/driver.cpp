@@ -30,10 +30,6 @@ std::string banner() {
     return text;
 }
 
-void addUnlessPresent(std::vector<std::string>& list, const std::string& entry) {
-    if (std::find(list.begin(), list.end(), entry) == list.end()) list.push_back(entry);
-}
-
 }  // namespace
 
 extern "C" {
@@ -46,22 +42,8 @@ LV_API void lvGo(const char* directory) {
     reportMessage(banner());
     reportRule();
 
-    // The search lists are plain concatenations: a directory that ends in a
-    // separator names its subfolders "image" and "geometry".
-    registry.imagePaths.clear();
-    addUnlessPresent(registry.imagePaths, path + "image");
-    addUnlessPresent(registry.imagePaths, path);
-    addUnlessPresent(registry.imagePaths, "");
-    registry.geometryPaths.clear();
-    registry.geometryPaths.push_back(path + "geometry");
-    registry.geometryPaths.push_back(path);
-    registry.geometryPaths.push_back("");
-    registry.sceneDirectory = path;
-
-    // Shaders first, so that objects and lights find their shaders by name.
     const uint64_t t0 = processClockMilliseconds();
-    for (const char* subdirectory : {"/shader", "/render", "/light", "/camera", "/geometry"})
-        walkSceneDirectory(path + subdirectory);
+    readSceneDirectory(path);
     const uint64_t t1 = processClockMilliseconds();
     reportReal("scene parsing", double(t1 - t0) / 1000.0, "seconds");
     reportRule();

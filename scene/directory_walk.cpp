@@ -3,6 +3,9 @@
 #include <dirent.h>
 
 #include <algorithm>
+#include <map>
+
+#include "core/registry.h"
 
 #include "scene/block_reader.h"
 
@@ -34,8 +37,25 @@ std::vector<std::string> sceneFilesOf(const std::string& directory) {
     return paths;
 }
 
-void walkSceneDirectory(const std::string& directory) {
-    // A subdirectory whose name ends in ".lv" is among the paths; reading it
-    // yields nothing.
-    for (const std::string& path : sceneFilesOf(directory)) readSceneFile(path);
+void readSceneDirectory(const std::string& directory, const std::string& overlay) {
+    registry.imagePaths.clear();
+    registry.geometryPaths.clear();
+    for (const std::string& entry : {directory + "image", directory, std::string()})
+        if (std::find(registry.imagePaths.begin(), registry.imagePaths.end(), entry) == registry.imagePaths.end())
+            registry.imagePaths.push_back(entry);
+    registry.geometryPaths = {directory + "geometry", directory, ""};
+    registry.sceneDirectory = directory;
+
+    for (const char* folder : kSceneFolders) {
+        // By name, so that an overlay file takes the place of the scene's.
+        std::map<std::string, std::string> byName;
+        for (const std::string& root : overlay.empty() ? std::vector<std::string>{directory}
+                                                       : std::vector<std::string>{directory, overlay}) {
+            const std::string path = root + "/" + folder;
+            for (const std::string& file : sceneFilesOf(path)) byName[file.substr(path.size() + 1)] = file;
+        }
+        // A subdirectory whose name ends in ".lv" is among the paths; reading
+        // it yields nothing.
+        for (const auto& entry : byName) readSceneFile(entry.second);
+    }
 }

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "host_run.h"
+#include "scene/directory_walk.h"
 
 namespace {
 
@@ -83,7 +84,7 @@ TEST_F(BadInput, GarbageAndOverlongLinesAreSilent) {
     std::mt19937 random(7);
     std::string noise(30000, '\0');
     for (char& c : noise) c = char(random());
-    for (const char* folder : {"shader", "render", "light", "camera", "geometry"})
+    for (const char* folder : kSceneFolders)
         writeFile(s / folder / "noise.lv", noise);
     // A camera line longer than the limit: the rest of it is dropped, and
     // the next line is read as its own.
