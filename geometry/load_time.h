@@ -1,13 +1,10 @@
-// Work on a part's faces at load time, and the hair tables that need the
-// finished scene.
+// Work on a part's faces at load time.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
 #include "geometry/object.h"
-
-struct Shader;
 
 // Moves vertices along displacement shaders, splitting faces as needed.
 void displace(Part& part);
@@ -23,5 +20,3 @@ void subdividePatch(const Vector P[3], const Vector N[3], int level, std::vector
                     std::vector<uint32_t>& triangles);
 // Splits vertices at creases by the shader's smoothing angle.
 void smooth(Part& part);
-// The azimuthal tables of a hair shader.
-void buildHairTable(Shader& shader);

@@ -7,7 +7,6 @@
 #include "core/report.h"
 #include "geometry/load_time.h"
 #include "geometry/prepare.h"
-#include "photons/density_estimator.h"
 
 namespace {
 
@@ -76,10 +75,11 @@ void countPlacements(size_t index, const float* linear, std::vector<Placement>& 
     }
 }
 
-// The objects placed once get cells on their parts: photons that land on
-// them light one place only. The parts of objects placed many times have
-// none, and their hits are path traced.
-void prepareCells() {
+// The objects placed once are gatherable, and their parts carry the linear
+// part of that one placement for the cells of the density estimator: photons
+// that land on them light one place only. Objects placed many times are not,
+// and their hits are path traced.
+void markGatherableObjects() {
     auto& objects = registry.objects;
     std::vector<Placement> placements(objects.size());
     const Placement identity;
@@ -87,20 +87,8 @@ void prepareCells() {
     for (size_t i = 0; i < objects.size(); ++i) {
         objects[i].gatherable = placements[i].count == 1;
         if (!objects[i].gatherable) continue;
-        for (Part& part : objects[i].parts) {
-            std::copy(placements[i].linear, placements[i].linear + 9, part.cellMatrix);
-            prepareDensityEstimator(part);
-        }
+        for (Part& part : objects[i].parts) std::copy(placements[i].linear, placements[i].linear + 9, part.cellMatrix);
     }
-}
-
-void reportScene() {
-    const Vector size = registry.sceneMax - registry.sceneMin;
-    reportVector("scene size  ", size.x, size.y, size.z, "m");
-    reportVector("scene min   ", registry.sceneMin.x, registry.sceneMin.y, registry.sceneMin.z, "n/a");
-    reportVector("scene max   ", registry.sceneMax.x, registry.sceneMax.y, registry.sceneMax.z, "n/a");
-    reportVector("scene center", registry.sceneCenter.x, registry.sceneCenter.y, registry.sceneCenter.z, "n/a");
-    reportRule();
 }
 
 }  // namespace
@@ -156,10 +144,16 @@ void prepareAccelerator() {
         reportError("object - there is no root object");
         reportRule();
     }
-    prepareCells();
-    reportScene();
-    for (Shader& shader : registry.shaders)
-        if (shader.hair) buildHairTable(shader);
+    markGatherableObjects();
+}
+
+void reportSceneBounds() {
+    const Vector size = registry.sceneMax - registry.sceneMin;
+    reportVector("scene size  ", size.x, size.y, size.z, "m");
+    reportVector("scene min   ", registry.sceneMin.x, registry.sceneMin.y, registry.sceneMin.z, "n/a");
+    reportVector("scene max   ", registry.sceneMax.x, registry.sceneMax.y, registry.sceneMax.z, "n/a");
+    reportVector("scene center", registry.sceneCenter.x, registry.sceneCenter.y, registry.sceneCenter.z, "n/a");
+    reportRule();
 }
 
 void releaseAccelerator() { registry.objects = {}; }

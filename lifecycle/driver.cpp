@@ -61,7 +61,7 @@ LV_API void lvGo(const char* directory) {
     }
     if (camera) {
         if (registry.previewWindow) {
-            openPreview();
+            openPreview(renderFrame);
             reportMessage("         click to close the preview window. happy rendering. thank you!         ");
             reportRule();
         } else {

@@ -13,9 +13,11 @@
 #include "lights/geometry_light.h"
 #include "lights/lights.h"
 #include "lights/sky_light.h"
+#include "photons/density_estimator.h"
 #include "photons/photon_tree.h"
 #include "render/camera.h"
 #include "render/renderer.h"
+#include "shading/hair_table.h"
 #include "lv.h"
 #include "shading/shader.h"
 
@@ -26,6 +28,16 @@ Registry registry;
 namespace {
 
 void addDefaultShader();
+
+// The accelerator stage: the objects and the root, then what needs the
+// finished scene: the cells of the density estimator and the hair tables.
+void prepareAcceleratorStage() {
+    prepareAccelerator();
+    if (registry.objects.empty()) return;
+    prepareDensityEstimators();
+    reportSceneBounds();
+    prepareHairTables();
+}
 
 }  // namespace
 
@@ -50,7 +62,7 @@ LV_API void lvShutdown(void) {
 
 LV_API void lvInitializeCameras(void) { prepareCameras(); }
 LV_API void lvInitializeShaders(void) { prepareShaders(); }
-LV_API void lvInitializeAccelerator(void) { prepareAccelerator(); }
+LV_API void lvInitializeAccelerator(void) { prepareAcceleratorStage(); }
 LV_API void lvInitializeSkyLight(void) { prepareSkyLight(); }
 // The geometry light stage is reachable only through lvInitialize; this entry
 // runs the sky light stage, as the exported surface has always done.
@@ -62,7 +74,7 @@ LV_API void lvInitialize(void) {
     prepareCameras();
     prepareTextures();
     prepareShaders();
-    prepareAccelerator();
+    prepareAcceleratorStage();
     prepareSkyLight();
     prepareGeometryLight();
     prepareGaffer();

@@ -6,7 +6,6 @@
 #include "core/registry.h"
 #include "core/report.h"
 #include "output/write_image.h"
-#include "render/frame.h"
 
 #if LV_HAVE_PREVIEW
 #include <GL/freeglut.h>
@@ -17,12 +16,14 @@ namespace {
 
 // Set while the window exists: drawing needs its context.
 bool windowOpen = false;
+// The frame function that the window runs, given by openPreview.
+void (*frameFunction)() = nullptr;
 
 void renderWithoutWindow(const char* reason) {
     reportError(std::string("preview - ") + reason + "; rendering without the window");
     const Camera* camera = registry.currentCameraRecord;
     if (!camera) return;
-    for (int i = 0; i < camera->sample; ++i) renderFrame();
+    for (int i = 0; i < camera->sample; ++i) frameFunction();
 }
 
 #if LV_HAVE_PREVIEW
@@ -30,7 +31,7 @@ void renderWithoutWindow(const char* reason) {
 // the frame only redraws, so the loop rests between redraws rather than
 // spinning a core.
 void idleFrame() {
-    renderFrame();
+    frameFunction();
     const Camera* camera = registry.currentCameraRecord;
     if (camera && registry.frameCounter >= unsigned(camera->sample))
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -50,7 +51,8 @@ bool displayReachable() {
 
 #if LV_HAVE_PREVIEW
 
-void openPreview() {
+void openPreview(void (*renderFrame)()) {
+    frameFunction = renderFrame;
     const Camera* camera = registry.currentCameraRecord;
     if (!camera) return;
     if (!displayReachable()) return renderWithoutWindow("no display to open the window on");
@@ -94,7 +96,10 @@ void refreshPreview() {
 
 #else
 
-void openPreview() { renderWithoutWindow("this build has no preview window"); }
+void openPreview(void (*renderFrame)()) {
+    frameFunction = renderFrame;
+    renderWithoutWindow("this build has no preview window");
+}
 void displayPreview() {}
 void refreshPreview() {}
 

@@ -143,3 +143,9 @@ Color readCell(const RayState& ray, bool ownSide) {
     const Color* cell = cellOf(ray, ownSide ? ray.front != 0 : ray.front == 0);
     return cell ? *cell : zero;
 }
+
+void prepareDensityEstimators() {
+    for (Object& object : registry.objects)
+        if (object.gatherable)
+            for (Part& part : object.parts) prepareDensityEstimator(part);
+}

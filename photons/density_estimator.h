@@ -13,6 +13,8 @@ struct Part;
 // Sizes and clears the cells of a part's faces by `resolution`, the area of
 // one cell. Ends the process when the cells would pass one gigabyte.
 void prepareDensityEstimator(Part& part);
+// The cells of every part of the objects that final gathering may read.
+void prepareDensityEstimators();
 // The cell, counted from the face's base, that the hit weights fall in:
 // (u, v, w) of a triangle, (u, v) of a tetragon; n is the face's resolution.
 uint32_t triangleCell(uint32_t n, Vector barycentric);

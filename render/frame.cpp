@@ -140,7 +140,7 @@ extern "C" {
 LV_API void lvRender(void) {
     registry.frameCounter = 0;
     if (registry.previewWindow) {
-        openPreview();
+        openPreview(renderFrame);
         return;
     }
     const Camera* camera = registry.currentCameraRecord;

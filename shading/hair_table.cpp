@@ -7,7 +7,8 @@
 #include "core/clock.h"
 #include "core/constants.h"
 #include "core/report.h"
-#include "geometry/load_time.h"
+#include "shading/hair_table.h"
+#include "core/registry.h"
 #include "lv.h"
 #include "shading/hair_scattering.h"
 #include "core/images.h"
@@ -157,4 +158,9 @@ void buildHairTable(Shader& shader) {
         block.angle[0] = kLeastHairAngle;
     }
     InitializeBcsdf(block);
+}
+
+void prepareHairTables() {
+    for (Shader& shader : registry.shaders)
+        if (shader.hair) buildHairTable(shader);
 }

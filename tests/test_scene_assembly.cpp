@@ -39,7 +39,7 @@ protected:
         registry.objects[size_t(object)].instances.push_back(in);
     }
 
-    static std::vector<std::string> assemble() { return reportedLines(prepareAccelerator); }
+    static std::vector<std::string> assemble() { return reportedLines(lvInitializeAccelerator); }
 
     static bool contains(const std::vector<std::string>& lines, const std::string& text) {
         return std::any_of(lines.begin(), lines.end(), [&](const std::string& l) { return l.find(text) != std::string::npos; });
