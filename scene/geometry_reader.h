@@ -2,6 +2,7 @@
 // fills and that compiling turns into a part's deduplicated vertex arrays.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -34,8 +35,12 @@ struct GeometryReader {
     std::string uvTexture, unusedTexture, positionTexture, normalTexture, tangentTexture, triangleTexture;
 };
 
-// Reads an OBJ file into the reader's raw lists.
+// Reads an OBJ file into the reader's raw lists, in stretches of at least
+// objStretchBytes on all threads; lists, indices and warnings are those of a
+// reading from start to end.
 void readObj(GeometryReader& reader, const std::string& fileName);
+// The least bytes of a stretch (a megabyte); tests lower it to cut small files.
+extern size_t objStretchBytes;
 // Compiles the raw lists into the reader's part and releases them. Faces that
 // index past the position list are dropped with one error line for `source`.
 void compileReader(GeometryReader& reader, const std::string& source);
