@@ -1,7 +1,6 @@
 // The line reader, the block grammar and the typed readers.
 #include <gtest/gtest.h>
 
-#include "core/random.h"
 #include "scene_fixture.h"
 
 namespace {
@@ -95,20 +94,13 @@ TEST_F(SceneFile, NestedBlocksNeverCloseTheirOuterBlock) {
     EXPECT_EQ(registry.cameras[2].name, "d");
 }
 
-TEST_F(SceneFile, GarbageNeverHangsOrCrashes) {
+TEST_F(SceneFile, CutFilesAndOverlongLinesNeverHangOrCrash) {
     const std::string scene =
         "render\n final_gather\n  sample 4\n end\n image_path \"img\"\nend\n"
         "camera\n pose\n  position 0 1 2\n end\n aov\n  type \"normal\"\n end\nend\n"
         "shader\n surface_shader\n  glossy\n   sampler\n   end\n  end\n end\nend\n";
+    // Random bytes are the scene_file fuzz target's; here every cut of a scene.
     for (size_t n = 0; n <= scene.size(); ++n) readScene(scene.substr(0, n));
-    seedHardwareRandom(17);
-    for (int round = 0; round < 50; ++round) {
-        std::string bytes(2000, '\0');
-        for (char& c : bytes) c = char(hardwareRandom() & 0xFF);
-        bytes.insert(hardwareRandom() % bytes.size(), "\ncamera\npose\n");
-        bytes.insert(hardwareRandom() % bytes.size(), "\nshader\nsurface_shader\nweight\nsampler\n");
-        readScene(bytes);
-    }
     readScene(std::string(100000, 'x') + "\ncamera\n name \"" + std::string(9000, 'n') + "\"\nend\n");
     // The name line was cut at the limit, its closing quote with it.
     EXPECT_EQ(registry.cameras.back().name, std::string(kSceneLineLimit - 7, 'n'));

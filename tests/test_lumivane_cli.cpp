@@ -11,21 +11,9 @@ using LumivaneCli = SceneTest;
 
 }  // namespace
 
-TEST_F(LumivaneCli, RendersTheExampleSceneAndRefusesBadUse) {
-    const fs::path scene = dir / "cornell";
-    fs::copy(fs::path(LV_SOURCE_DIR) / "examples/cornell", scene, fs::copy_options::recursive);
-    fs::remove(scene / "beauty.hdr");   // left by a render of the example in the source tree
-    // The example's own passes, with fewer gather rays: the run checks the
-    // host, not the picture.
-    writeFile(scene / "render/render.lv", "render\n  final_gather\n    sample 16\n    distance 0\n  end\nend\n");
-
-    HostRun r = runHost(dir, quoted(scene));
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, "");
-    EXPECT_NE(r.out.find("\nscene parsing "), std::string::npos);
-    EXPECT_NE(r.out.find("\ncamera sensor width               256 [ pixels ]\n"), std::string::npos);
-    EXPECT_NE(r.out.find("\nperformance "), std::string::npos);
-    EXPECT_TRUE(fs::exists(scene / "beauty.hdr"));
+TEST_F(LumivaneCli, AnswersHelpAndVersionAndRefusesBadUse) {
+    const fs::path scene = copyExample("cornell", dir / "cornell", {});
+    HostRun r;
     for (const std::string option : {"--help", "--version"}) {
         r = runHost(dir, option);
         EXPECT_EQ(r.status, 0);
@@ -58,6 +46,7 @@ TEST_F(LumivaneCli, OptionsOverrideTheSceneForOneRun) {
     HostRun r = runHost(dir, "--resolution 64x48 --frames 2 -o small.pfm -t 1 " + quoted(scene));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
+    for (const char* note : {"\nscene parsing ", "\nperformance "}) EXPECT_NE(r.out.find(note), std::string::npos);
     for (const char* note : {"command line - resolution 64 x 48\n", "command line - frames 2\n",
                              "command line - threads 1\n"})
         EXPECT_NE(r.out.find(note), std::string::npos) << note;
@@ -80,9 +69,11 @@ TEST_F(LumivaneCli, OptionsOverrideTheSceneForOneRun) {
     EXPECT_GT(lit, 32);
     EXPECT_LE(lit, 64);
 
+    // Without options the images go beside the scene's folders.
     r = runHost(dir, "--quiet --resolution 16x16 --frames 1 " + quoted(scene));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "");
+    EXPECT_TRUE(fs::exists(scene / "beauty.hdr"));
     r = runCommand(dir, "script -qec " + ::quoted(std::string(LUMIVANE_EXE) + " --resolution 16x16 --frames 2 " +
                                                  scene.string()) + " /dev/null");
     EXPECT_NE(r.out.find("\rframe 1 of 2, "), std::string::npos) << r.out;

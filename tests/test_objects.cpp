@@ -23,12 +23,6 @@ TEST(PackDirection, ScalesClampsAndKeepsZero) {
 TEST_F(ObjectTest, AddsFollowTheirArgumentRules) {
     const int o = lvAddObject();
     const int p = lvAddPart(o);
-    Part& part = registry.objects[size_t(o)].parts[size_t(p)];
-    EXPECT_EQ(part.scalarChannels.size(), 1u);
-    EXPECT_EQ(part.scalarChannels[0].name, "radius");
-    EXPECT_EQ(part.uvChannels[0].name, "uv");
-    EXPECT_EQ(part.name, "undefined");
-
     const float xyz[] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
     const int tri[] = {0, 1, 2};
     lvAddPositions(o, p, 3, xyz);
@@ -50,6 +44,13 @@ TEST_F(ObjectTest, AddsFollowTheirArgumentRules) {
     EXPECT_EQ(filled.scalarChannels[1].name, "weights");
     ASSERT_EQ(filled.vectorChannels.size(), 1u);
     EXPECT_EQ(filled.vectorChannels[0].elements[1], (Vector{1, 0, 0}));
+
+    // Directions are normalised before they are packed; a zero vector stays zero.
+    const float directions[] = {0, 0, 2, 0, 0, 0, 3, -3, 0};
+    lvAddNormals(o, p, 3, directions);
+    lvAddTangents(o, p, 3, directions);
+    for (const auto* packed : {&filled.normals, &filled.tangents})
+        EXPECT_EQ(*packed, (std::vector<PackedDirection>{{0, 0, 127}, {0, 0, 0}, {90, -90, 0}}));
 }
 
 TEST_F(ObjectTest, SetInstanceKeepsTheMatrixWhenNoneIsGiven) {
@@ -99,21 +100,6 @@ TEST_F(ObjectTest, CheckPartGivesUndefinedFacesThePartShader) {
     part.triangles = {{0, 1, 2, 0}};
     checkPart(part);
     EXPECT_EQ(part.triangles[0].shader, 0u);
-}
-
-TEST_F(ObjectTest, ReportObjectPrintsItsRowsAndBox) {
-    Object object;
-    object.parts.resize(1);
-    object.parts[0].positions.resize(4);
-    object.parts[0].triangles.resize(2);
-    object.bounds = Bbox{{-1, 0, 0}, {1, 2, 4}};
-    const auto lines = reportedLines([&] { reportObject(object); });
-    ASSERT_EQ(lines.size(), 16u);
-    EXPECT_EQ(lines[0], "positions                4           0.0000 [ M bytes ]");
-    EXPECT_EQ(lines[7], "triangles                2           0.0000 [ M bytes ]");
-    EXPECT_EQ(lines[10], "bbox size             2.0000           2.0000           4.0000 [ m ]");
-    EXPECT_EQ(lines[13], "bbox center           0.0000           1.0000           2.0000 [ n/a ]");
-    EXPECT_EQ(lines[14], kRule);
 }
 
 }  // namespace

@@ -4,13 +4,6 @@
 // machine no virtual server.
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <thread>
-
 #include "host_run.h"
 #include "core/images.h"
 
@@ -19,55 +12,6 @@
 #include <X11/Xutil.h>
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-bool onPath(const std::string& program) {
-    const char* path = std::getenv("PATH");
-    std::stringstream dirs(path ? path : "");
-    for (std::string dir; std::getline(dirs, dir, ':');)
-        if (!dir.empty() && ::access((dir + "/" + program).c_str(), X_OK) == 0) return true;
-    return false;
-}
-
-// Starts `argv` with DISPLAY set and standard output into `out`.
-pid_t spawn(const std::vector<std::string>& argv, const std::string& display, const fs::path& out) {
-    const pid_t pid = ::fork();
-    if (pid != 0) return pid;
-    ::setenv("DISPLAY", display.c_str(), 1);
-    // In a sanitizer build the window system's libraries keep memory to the
-    // end, which is theirs to keep; the host's own leaks are checked by the
-    // tests that run it without a window.
-    ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    if (!freopen(out.c_str(), "w", stdout) || !freopen("/dev/null", "w", stderr)) ::_exit(127);
-    std::vector<char*> args;
-    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    ::execvp(args[0], args.data());
-    ::_exit(127);
-}
-
-// Waits for `done` to hold, up to `seconds`.
-template <class Done>
-bool waitFor(Done done, double seconds) {
-    const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-    while (Clock::now() < end) {
-        if (done()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return done();
-}
-
-// The exit status of `pid` once it has ended within `seconds`, else -1 (and
-// the process is killed).
-int exitStatus(pid_t pid, double seconds) {
-    int status = 0;
-    if (waitFor([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, seconds))
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    ::kill(pid, SIGKILL);
-    ::waitpid(pid, &status, 0);
-    return -1;
-}
 
 Window findWindow(Display* display, Window under, const char* title) {
     char* name = nullptr;
@@ -120,14 +64,14 @@ class PreviewTest : public SceneTest {
 protected:
     void SetUp() override {
         SceneTest::SetUp();
-        if (!onPath("Xvfb")) GTEST_SKIP() << "Xvfb is not installed: the preview window is not tested";
+        if (std::system("command -v Xvfb >/dev/null") != 0) GTEST_SKIP() << "Xvfb is not installed: the preview window is not tested";
 #if defined(__SANITIZE_ADDRESS__)
         // The window system's libraries are not built for the sanitizers;
         // the plain build tests the window.
         GTEST_SKIP() << "the preview window is not tested in a sanitizer build";
 #endif
         // The server picks a free display and writes its number.
-        server_ = spawn({"Xvfb", "-displayfd", "1", "-screen", "0", "160x120x24", "-nolisten", "tcp"}, "",
+        server_ = spawnHost({"Xvfb", "-displayfd", "1", "-screen", "0", "160x120x24", "-nolisten", "tcp"}, "",
                         dir / "xvfb.txt");
         ASSERT_TRUE(waitFor([&] { return slurp(dir / "xvfb.txt").find('\n') != std::string::npos; }, 20.0))
             << "the virtual server did not start";
@@ -160,7 +104,7 @@ protected:
         writeFile(dir / "scene/geometry/floor.lv", "object\n name floor\n shader \"floor\"\n obj \"geometry/floor.obj\"\nend\n");
     }
     pid_t startPreview() {
-        return spawn({LUMIVANE_EXE, "--preview", (dir / "scene").string()}, display_, dir / "out.txt");
+        return spawnHost({LUMIVANE_EXE, "--preview", (dir / "scene").string()}, display_, dir / "out.txt");
     }
     std::string output() const { return slurp(dir / "out.txt"); }
     Window window() { return findWindow(x_, DefaultRootWindow(x_), "lumivane"); }

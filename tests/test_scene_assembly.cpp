@@ -110,7 +110,7 @@ TEST_F(SceneAssemblyTest, UnresolvedTargetsAndCyclesEndCleanly) {
     instance(b, "nobody");
     const auto lines = assemble();
     EXPECT_TRUE(contains(lines, "error :( \tobject - there is no root object"));
-    EXPECT_TRUE(contains(lines, "error :( \tobject - instance cycle"));
+    EXPECT_TRUE(contains(lines, "error :( \tobject - instance cycle from b to a"));
     for (const Object& object : registry.objects)
         for (const Instance& in : object.instances) EXPECT_LT(in.target, registry.objects.size());
 }

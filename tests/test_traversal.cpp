@@ -27,13 +27,8 @@ void place(const Object& object, std::vector<const Instance*> chain, std::vector
 // The ray carried down a chain of instances as the walk carries it.
 RayState carried(RayState ray, const std::vector<const Instance*>& chain) {
     for (const Instance* instance : chain) {
-        const float *m = instance->toLocal, *r = instance->directionMatrix;
-        const Vector o = ray.origin, d = normalized(ray.direction);
-        const float w = m[12] * o.x + m[13] * o.y + m[14] * o.z + m[15];
-        ray.origin = {(m[0] * o.x + m[1] * o.y + m[2] * o.z + m[3]) / w, (m[4] * o.x + m[5] * o.y + m[6] * o.z + m[7]) / w,
-                      (m[8] * o.x + m[9] * o.y + m[10] * o.z + m[11]) / w};
-        ray.direction = {r[0] * d.x + r[1] * d.y + r[2] * d.z, r[3] * d.x + r[4] * d.y + r[5] * d.z,
-                         r[6] * d.x + r[7] * d.y + r[8] * d.z};
+        ray.origin = transformPoint(instance->toLocal, ray.origin);
+        ray.direction = times3x3(instance->directionMatrix, normalized(ray.direction));
     }
     return ray;
 }

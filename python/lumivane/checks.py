@@ -23,6 +23,9 @@ Every message starts with the function's name and gives the bad value.
 """
 
 import os
+import re
+
+from .surface import DECLARATIONS
 
 INT_MIN, INT_MAX = -2**31, 2**31 - 1
 
@@ -111,40 +114,26 @@ COLLECTIONS = (CAMERAS, CAMERA_AOVS, OBJECTS, PARTS, INSTANCES, SHADERS, LAYERS,
                POINT_LIGHT_AOVS, PARALLEL_LIGHTS, PARALLEL_LIGHT_AOVS, GEOMETRY_LIGHT_AOVS, SKY_LIGHT_AOVS)
 ADDERS = {collection.adder: collection for collection in COLLECTIONS}
 
-# Which arguments of each function are indices, and into what. An owner's
-# index comes before the indices into its records, so that it is checked
-# first.
-_INDEX_ROWS = (
-    ("lvSetCameraName lvSetCameraResolution lvSetCameraRegion lvSetCameraSample lvSetCameraExposure "
-     "lvSetCameraProjection lvSetCameraAngleMeasure lvSetCameraTime lvSetCameraPosition lvSetCameraTarget "
-     "lvSetCameraUpVector lvSetCameraBokeh lvSetCameraFOV lvAddCameraAOV", {"camera": CAMERAS}),
-    ("lvSetCameraAOVChannel lvSetCameraAOVName lvSetCameraAOVUserData", {"camera": CAMERAS, "aov": CAMERA_AOVS}),
-    ("lvSetObjectName lvAddPart lvAddInstance", {"object": OBJECTS}),
-    ("lvAddPositions lvAddNormals lvAddTangents lvAddUVs lvAddRadii lvAddParticles lvAddCylinders "
-     "lvAddTriangles lvAddTetragons lvAddVertexData", {"object": OBJECTS, "part": PARTS}),
-    ("lvSetShaderID", {"object": OBJECTS, "part": PARTS, "shader": SHADERS}),
-    ("lvSetInstance", {"object": OBJECTS, "instance": INSTANCES, "source": OBJECTS}),
-    ("lvSetShaderName lvSetShaderVisibility lvSetShaderSmoothAngle lvSetShaderRoundCorner lvSetShaderTime "
-     "lvAddSurfaceShader lvAddDisplacementShader lvSetGeometryLightShaderLink lvSetSkyLightShaderLink",
-     {"shader": SHADERS}),
-    ("lvSetSurfaceColor lvSetSurfaceImage lvSetSurfaceMaterial lvSetSurfaceSideness lvSetSurfaceVirtualLight",
-     {"shader": SHADERS, "layer": LAYERS}),
-    ("lvSetDisplacementImage lvSetDisplacementLevel lvSetDisplacementVector",
-     {"shader": SHADERS, "displacement": DISPLACEMENTS}),
-    ("lvSetPointLightPosition lvSetPointLightDirection lvSetPointLightColor lvSetPointLightPhoton "
-     "lvSetPointLightSample lvSetPointLightBlur lvSetPointLightOffset lvSetPointLightInnerAngle "
-     "lvSetPointLightOuterAngle lvAddPointLightAOV", {"light": POINT_LIGHTS}),
-    ("lvSetPointLightShaderLink", {"light": POINT_LIGHTS, "shader": SHADERS}),
-    ("lvSetPointLightAOVChannel lvSetPointLightAOVName", {"light": POINT_LIGHTS, "aov": POINT_LIGHT_AOVS}),
-    ("lvSetParallelLightDirection lvSetParallelLightColor lvSetParallelLightPhoton lvSetParallelLightSample "
-     "lvSetParallelLightBlur lvSetParallelLightOffset lvAddParallelLightAOV", {"light": PARALLEL_LIGHTS}),
-    ("lvSetParallelLightShaderLink", {"light": PARALLEL_LIGHTS, "shader": SHADERS}),
-    ("lvSetParallelLightAOVChannel lvSetParallelLightAOVName", {"light": PARALLEL_LIGHTS, "aov": PARALLEL_LIGHT_AOVS}),
-    ("lvSetGeometryLightAOVChannel lvSetGeometryLightAOVName lvSetGeometryLightAOVShaderName",
-     {"aov": GEOMETRY_LIGHT_AOVS}),
-    ("lvSetSkyLightAOVChannel lvSetSkyLightAOVName", {"aov": SKY_LIGHT_AOVS}),
-)
-INDEXES = {name: indexes for names, indexes in _INDEX_ROWS for name in names.split()}
+# Which arguments of each function are indices, and into what, as lv.h names
+# them: an argument named for a record, and a light or an AOV of the
+# function's family. In every declaration an owner's index comes before the
+# indices into its records, so that it is checked first.
+_RECORDS = {"camera": CAMERAS, "object": OBJECTS, "source": OBJECTS, "part": PARTS, "instance": INSTANCES,
+            "shader": SHADERS, "layer": LAYERS, "displacement": DISPLACEMENTS}
+_FAMILIES = (("PointLight", POINT_LIGHTS, POINT_LIGHT_AOVS), ("ParallelLight", PARALLEL_LIGHTS, PARALLEL_LIGHT_AOVS),
+             ("GeometryLight", None, GEOMETRY_LIGHT_AOVS), ("SkyLight", None, SKY_LIGHT_AOVS),
+             ("Camera", CAMERAS, CAMERA_AOVS), ("", None, None))
+
+
+def _indexes(declaration):
+    name, text = re.fullmatch(r"\w+ (\w+)\((.*)\)", declaration).groups()
+    _, light, aov = next(family for family in _FAMILIES if family[0] in name)
+    records = dict(_RECORDS, light=light, aov=aov)
+    arguments = [re.search(r"(\w+)\)?(\[\d\])?$", argument).group(1) for argument in text.split(", ")]
+    return name, {argument: records[argument] for argument in arguments if records.get(argument) is not None}
+
+
+INDEXES = dict(_indexes(declaration) for declaration in DECLARATIONS.strip().splitlines())
 
 # The arrays the library reads: the argument with the element count, the
 # array, and the values per element (a number, or the argument that holds it).

@@ -1,8 +1,15 @@
-"""The C declarations of every function that liblv exports, as lv.h has them.
+"""The C declarations of every function that liblv exports, one a line, as
+include/lv.h has them and in its order.
 
 The package reads these lines to give each function its ctypes signature, so
-that a Python call passes exactly the C types; the order is that of lv.h.
+that a Python call passes exactly the C types. An installed package has no
+lv.h beside it, so the lines are kept here, made from the header: after a
+change to lv.h, run `python3 python/lumivane/surface.py` to write them anew.
+The C++ test ExportedSurface fails while they differ from the header.
 """
+
+import re
+from pathlib import Path
 
 DECLARATIONS = """
 void lvStartup(void)
@@ -130,3 +137,13 @@ int lvAddSkyLightAOV(void)
 void lvSetSkyLightAOVChannel(int aov, Channel channel)
 void lvSetSkyLightAOVName(int aov, const char* name)
 """
+
+
+if __name__ == "__main__":
+    here = Path(__file__).resolve()
+    header = (here.parents[2] / "include" / "lv.h").read_text()
+    lines = [" ".join(found.split()) for found in re.findall(r"^LV_API (.*?);", header, re.M | re.S)]
+    text = here.read_text()
+    begin = text.index('DECLARATIONS = """') + len('DECLARATIONS = """')
+    end = text.index('"""', begin)
+    here.write_text(text[:begin] + "\n" + "\n".join(lines) + "\n" + text[end:])
