@@ -32,7 +32,7 @@
 #include "lv.h"
 #include "render/camera.h"
 #include "render/frame.h"
-#include "render/occlusion.h"
+#include "shading/occlusion.h"
 #include "scene/directory_walk.h"
 #include "shading/hit_shading.h"
 #include "photons/photon_tree.h"

@@ -52,6 +52,8 @@ inline Vector transformPoint(const float m[16], Vector p) {
 // Length from a squared length, never below 1e-5.
 inline float guardedLength(float squared) { return squared > 1e-10f ? std::sqrt(squared) : 1e-5f; }
 
+// The mean of the three channels.
+inline float mean(Color c) { return (c.x + c.y + c.z) / 3.0f; }
 inline float largestChannel(Color c) { return std::fmax(c.x, std::fmax(c.y, c.z)); }
 inline bool isBlack(Color c) { return c.x == 0.0f && c.y == 0.0f && c.z == 0.0f; }
 

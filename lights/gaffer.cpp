@@ -7,7 +7,7 @@
 #include "core/report.h"
 #include "output/write_image.h"
 #include "lights/lights.h"
-#include "render/aovs.h"
+#include "lights/aov_images.h"
 
 namespace {
 

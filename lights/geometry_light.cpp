@@ -15,7 +15,7 @@
 #include "geometry/surface_sampling.h"
 #include "geometry/traversal.h"
 #include "lv.h"
-#include "render/aovs.h"
+#include "lights/aov_images.h"
 #include "core/images.h"
 #include "geometry/object.h"
 #include "lights/lights.h"

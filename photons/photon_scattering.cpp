@@ -2,18 +2,18 @@
 
 #include <mutex>
 
+#include "core/constants.h"
+#include "core/images.h"
 #include "core/registry.h"
 #include "geometry/traversal.h"
+#include "lights/aov_images.h"
 #include "lights/lights.h"
 #include "lv.h"
 #include "photons/density_estimator.h"
 #include "photons/photon_tree.h"
-#include "render/aovs.h"
-#include "render/child_ray.h"
-#include "shading/hair_scattering.h"
 #include "shading/hit_shading.h"
-#include "core/images.h"
 #include "shading/lobes.h"
+#include "shading/occlusion.h"
 
 namespace {
 
@@ -38,6 +38,56 @@ void storeCaustic(const RayState& ray, const HitRecord& hit) {
     registry.photons.push_back(photon);
 }
 
+// Connects a photon at a glossy hit to the camera's light-path AOVs: `color`
+// is the photon's power times the glossy colour of the hit. The hit is
+// projected through the first camera's opening pose and weighed by the
+// camera's importance there: the squared plane distance over the squared
+// distance and the cube of the view cosine, with the geometric cosine
+// towards the camera, the shading normal's correction and the glossy lobe's
+// response towards the camera. Photon threads add without a lock and may
+// lose a contribution when two land on one pixel at once.
+void connectPhotonToCamera(const RayState& ray, const HitRecord& hit, Color color) {
+    if (registry.cameras.empty()) return;
+    Camera& camera = registry.cameras[0];
+    bool any = false;
+    for (const Aov& aov : camera.aovs) any = any || aov.channel == LV_CHANNEL_LIGHT_PATH;
+    if (!any || isBlack(ray.throughput)) return;
+
+    const CameraPose& pose = camera.poses[0];
+    const Vector d = hit.position - pose.position;
+    const float depth = dot(pose.forward, d);
+    const float sx = dot(pose.right, d) / depth * pose.planeDistance + 0.5f * float(camera.width);
+    const float sy = -dot(pose.up, d) / depth * pose.planeDistance + 0.5f * float(camera.height);
+    if (!(sx >= 0.0f) || sx + 1e-8f >= float(camera.width) || !(sy >= 0.0f) || sy + 1e-8f >= float(camera.height))
+        return;
+    const Vector v = pose.position - hit.position;
+    if (!(dot(v, hit.geometric_normal) > 0.0f)) return;
+    const float d2 = dot(v, v), distance = guardedLength(d2);
+    const Vector u = v / distance;
+    const float q = -dot(u, pose.forward);
+    if (!(q > 0.0f)) return;
+    const float a = dot(hit.out_direction, hit.geometric_normal);
+    const float g = a < 0.000001f ? 1.0f : dot(hit.out_direction, hit.normal) / a;
+    const float value = dot(hit.geometric_normal, u) * pose.planeDistance * pose.planeDistance / (d2 * q * q * q) * g *
+                        halfVectorLobe(hit.out_direction, u, hit) * kFourPi;
+
+    RayState shadow = shadowRay(ray, hit);
+    shadow.photon_path = 0;
+    shadow.direction = u;
+    if (belowCutoff(occlusion(shadow, distance))) return;
+
+    const size_t pixel = size_t(camera.width) * size_t(sy) + size_t(sx);
+    for (Aov& aov : camera.aovs)
+        if (aov.channel == LV_CHANNEL_LIGHT_PATH) addToAovPixel(aov, pixel, color * ray.throughput * value);
+}
+
+// A photon follows the child that a lobe ray makes from its hit, its
+// throughput `E` times the ray's weight.
+void follow(const RayState& ray, const HitRecord& hit, const LobeRay& r, Color E) {
+    RayState child = lobeChild(ray, hit, r, E);
+    tracePhoton(child);
+}
+
 // The lambertian class, or diffuse transmission (`below`): both store, both
 // deposit on the side the photon arrived from, and bounce on their side.
 // A fibre's lambertian part, as on camera paths, has no Fresnel term and
@@ -54,59 +104,22 @@ void addDiffuse(const RayState& ray, const HitRecord& hit, bool below) {
     if (!registry.final_gather_mode) return;
     depositPhoton(ray, ray.power * ray.throughput * c);
 
-    const SequenceSampler sampler = ownSampler(ray);
-    const Vector d = below ? cosineHemisphereBelow(hit, sampler) : cosineHemisphere(hit, sampler);
-    const float side = dot(d, hit.geometric_normal);
-    if (!fibre && (below ? !(side < 0.0f) : !(side > 0.0f))) return;
-    RayState child = childRay(ray, hit, below ? kTagDiffuseTransmission : kTagLambertian);
-    child.direction = d;
-    child.throughput = E;
-    ++child.diffuse_bounces;
-    child.dimension += 2;
-    tracePhoton(child);
+    LobeRay r;
+    if (diffuseRay(hit, ownSampler(ray), below, fibre, r)) follow(ray, hit, r, E);
 }
 
-// A fibre's glossy photon follows the hair model's draw, one ray by one lobe.
-void addFibreGlossy(const RayState& ray, const HitRecord& hit, Color E) {
-    Vector d;
-    Color w;
-    const int lobe = sampleFibre(ray, hit, ray.sample_index, d, w);
-    RayState child = childRay(ray, hit, kTagGlossyReflection);
-    child.direction = d;
-    child.throughput = E * w;
-    child.hair_lobe = uint8_t(lobe);
-    ++child.glossy_bounces;
-    child.dimension += 2;
-    tracePhoton(child);
-}
-
+// A fibre's glossy photon follows the hair model's draw, one ray by one
+// lobe; a surface's follows both rays of its half vector.
 void addGlossy(const RayState& ray, const HitRecord& hit) {
     if (!linkedAtFirstHit(ray)) return;
     const Color E = hit.glossy * ray.throughput;
     if (belowCutoff(E)) return;
-    if (ray.kind == kCylinder) return addFibreGlossy(ray, hit, E);
+    if (ray.kind == kCylinder) return follow(ray, hit, fibreRay(ray, hit, ray.sample_index), E);
     connectPhotonToCamera(ray, hit, hit.glossy * ray.power);
 
-    const Vector h = normalized(sampleHalfVector(hit, ownSampler(ray)));
-    const float c = -dot(h, ray.direction);
-    bool totalReflection = false;
-    auto bounce = [&](uint8_t tag, Vector d, Color throughput) {
-        RayState child = childRay(ray, hit, tag);
-        child.direction = d;
-        child.throughput = throughput;
-        ++child.glossy_bounces;
-        child.dimension += 2;
-        if (tag == kTagGlossyTransmission) child.ior = ray.ior * hit.eta;
-        tracePhoton(child);
-    };
-    if (hit.material == LV_MATERIAL_SOLID) {
-        Vector d;
-        totalReflection = !refractDirection(ray.direction, h, hit.eta, c, d);
-        if (!totalReflection && dot(d, hit.geometric_normal) < 0.0f)
-            bounce(kTagGlossyTransmission, d, E * hit.fresnel_complement);
-    }
-    const Vector d = ray.direction + h * (2.0f * c);
-    if (dot(d, hit.geometric_normal) > 0.0f) bounce(kTagGlossyReflection, d, E * (totalReflection ? 1.0f : hit.fresnel));
+    LobeRay rays[2];
+    const int n = glossyRays(ray, hit, normalized(sampleHalfVector(hit, ownSampler(ray))), 0.0f, rays);
+    for (int k = 0; k < n; ++k) follow(ray, hit, rays[k], E);
 }
 
 // Mirror and refraction keep the sequence's dimension: they draw nothing.
@@ -114,33 +127,9 @@ void addSpecular(const RayState& ray, const HitRecord& hit) {
     if (!linkedAtFirstHit(ray)) return;
     const Color E = hit.specular * ray.throughput;
     if (belowCutoff(E)) return;
-
-    bool totalReflection = false;
-    if (hit.material == LV_MATERIAL_SOLID || hit.material == LV_MATERIAL_THIN) {
-        Vector d;
-        totalReflection = !specularTransmission(ray, hit, d);
-        if (!totalReflection && dot(d, hit.geometric_normal) < 0.0f) {
-            RayState child = childRay(ray, hit, kTagSpecularTransmission);
-            if (hit.material == LV_MATERIAL_THIN) {
-                // Through a thin sheet the path keeps its class.
-                child.lobe = ray.lobe;
-                child.earlier_lobe = ray.earlier_lobe;
-            }
-            child.direction = d;
-            child.throughput = E * hit.fresnel_complement;
-            child.ior = ray.ior * hit.eta;
-            ++child.specular_bounces;
-            tracePhoton(child);
-        }
-    }
-    const Vector d = ray.direction + hit.normal * (2.0f * hit.cos_out);
-    if (dot(d, hit.geometric_normal) > 0.0f) {
-        RayState child = childRay(ray, hit, kTagSpecularReflection);
-        child.direction = d;
-        child.throughput = E * (totalReflection ? 1.0f : hit.fresnel);
-        ++child.specular_bounces;
-        tracePhoton(child);
-    }
+    LobeRay rays[2];
+    const int n = specularRays(ray, hit, 0.0f, rays);
+    for (int k = 0; k < n; ++k) follow(ray, hit, rays[k], E);
 }
 
 }  // namespace

@@ -1,27 +1,13 @@
 #include "render/aovs.h"
 
-#include <cmath>
-
-#include "core/constants.h"
-#include "core/registry.h"
-#include "lv.h"
-#include "render/occlusion.h"
-#include "shading/hit_shading.h"
 #include "core/images.h"
-#include "shading/lobes.h"
+#include "core/registry.h"
+#include "geometry/object.h"
+#include "lights/aov_images.h"
+#include "lv.h"
+#include "shading/hit_shading.h"
 
 namespace {
-
-// Adds `v` to the pixel of index `pixel`, when the image has been sized and
-// holds that pixel.
-inline void addAt(Aov& aov, size_t pixel, Color v) {
-    std::vector<float>& store = aov.image.floatStore;
-    const size_t at = pixel * size_t(aov.image.channels);
-    if (aov.image.channels < 3 || at + 3 > store.size()) return;
-    store[at] += v.x;
-    store[at + 1] += v.y;
-    store[at + 2] += v.z;
-}
 
 inline size_t pixelOf(const RayState& ray) { return registry.threadPixelIndex[ray.thread]; }
 
@@ -76,23 +62,8 @@ uint32_t lobeChannel(uint8_t lobe) {
 
 }  // namespace
 
-void prepareAov(Aov& aov, int width, int height) {
-    aov.width = width;
-    aov.height = height;
-    SizeImage(aov.image, width, height, 3, 32, false);
-    aov.shaderIndex = -1;
-    for (size_t i = 0; i < registry.shaders.size(); ++i)
-        if (registry.shaders[i].name == aov.shaderFilter) aov.shaderIndex = int(i);
-}
-
-void prepareLightAovs(std::vector<Aov>& aovs) {
-    if (registry.cameras.empty()) return;
-    const Camera& camera = registry.cameras[size_t(registry.currentCamera)];
-    for (Aov& aov : aovs) prepareAov(aov, camera.width, camera.height);
-}
-
 void addToAov(Aov& aov, const RayState& ray, Color value) {
-    addAt(aov, pixelOf(ray), value * ray.throughput / float(ray.split));
+    addToAovPixel(aov, pixelOf(ray), value * ray.throughput / float(ray.split));
 }
 
 // A channel word is compared as a whole: an AOV with two bits set, or the
@@ -122,7 +93,7 @@ void writeCameraAovs(const RayState& ray, const HitRecord& hit, const LobeBundle
             break;
         default: continue;
         }
-        addAt(aov, pixelOf(ray), v / n);
+        addToAovPixel(aov, pixelOf(ray), v / n);
     }
 }
 
@@ -134,7 +105,7 @@ void writeLightAovs(std::vector<Aov>& aovs, const RayState& ray, const HitRecord
         if (aov.channel & LV_CHANNEL_LAMBERTIAN) v += bundle.lambertian * hit.lambertian;
         if (aov.channel & LV_CHANNEL_TRANSMISSIVE) v += bundle.transmissive * hit.transmissive;
         if (aov.channel & LV_CHANNEL_GLOSSY) v += bundle.glossy * hit.glossy;
-        addAt(aov, pixelOf(ray), v * w);
+        addToAovPixel(aov, pixelOf(ray), v * w);
     }
 }
 
@@ -143,45 +114,4 @@ void writeGeometryLightAovs(const RayState& ray, Color emitted) {
     for (Aov& aov : registry.geometryLightAOVs)
         if (aov.channel == channel && (aov.shaderIndex == -1 || aov.shaderIndex == int(ray.shader)))
             addToAov(aov, ray, emitted);
-}
-
-// The photon's glossy hit is projected through the first camera's
-// opening pose and weighed by the camera's importance there: the squared
-// plane distance over the squared distance and the cube of the view cosine,
-// with the geometric cosine towards the camera, the shading normal's
-// correction and the glossy lobe's response towards the camera. Photon threads add without a lock and may lose a contribution
-// when two land on one pixel at once.
-void connectPhotonToCamera(const RayState& ray, const HitRecord& hit, Color color) {
-    if (registry.cameras.empty()) return;
-    Camera& camera = registry.cameras[0];
-    bool any = false;
-    for (const Aov& aov : camera.aovs) any = any || aov.channel == LV_CHANNEL_LIGHT_PATH;
-    if (!any || isBlack(ray.throughput)) return;
-
-    const CameraPose& pose = camera.poses[0];
-    const Vector d = hit.position - pose.position;
-    const float depth = dot(pose.forward, d);
-    const float sx = dot(pose.right, d) / depth * pose.planeDistance + 0.5f * float(camera.width);
-    const float sy = -dot(pose.up, d) / depth * pose.planeDistance + 0.5f * float(camera.height);
-    if (!(sx >= 0.0f) || sx + 1e-8f >= float(camera.width) || !(sy >= 0.0f) || sy + 1e-8f >= float(camera.height))
-        return;
-    const Vector v = pose.position - hit.position;
-    if (!(dot(v, hit.geometric_normal) > 0.0f)) return;
-    const float d2 = dot(v, v), distance = guardedLength(d2);
-    const Vector u = v / distance;
-    const float q = -dot(u, pose.forward);
-    if (!(q > 0.0f)) return;
-    const float a = dot(hit.out_direction, hit.geometric_normal);
-    const float g = a < 0.000001f ? 1.0f : dot(hit.out_direction, hit.normal) / a;
-    const float value = dot(hit.geometric_normal, u) * pose.planeDistance * pose.planeDistance / (d2 * q * q * q) * g *
-                        halfVectorLobe(hit.out_direction, u, hit) * kFourPi;
-
-    RayState shadow = shadowRay(ray, hit);
-    shadow.photon_path = 0;
-    shadow.direction = u;
-    if (belowCutoff(occlusion(shadow, distance))) return;
-
-    const size_t pixel = size_t(camera.width) * size_t(sy) + size_t(sx);
-    for (Aov& aov : camera.aovs)
-        if (aov.channel == LV_CHANNEL_LIGHT_PATH) addAt(aov, pixel, color * ray.throughput * value);
 }

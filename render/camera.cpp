@@ -1,7 +1,5 @@
 #include "render/camera.h"
 
-#include "render/aovs.h"
-
 #include <omp.h>
 #include <unistd.h>
 
@@ -16,6 +14,7 @@
 #include "core/report.h"
 #include "core/sequence.h"
 #include "output/write_image.h"
+#include "lights/aov_images.h"
 #include "lv.h"
 #include "render/aovs.h"
 
@@ -64,8 +63,8 @@ void generateRay(const Camera& camera, RayState& ray, int x, int y, unsigned sam
     ray.primitive = kNoPrimitive;
     ray.kind = kKindNotAsked;
     ray.throughput = one;
-    ray.earlier_lobe = 6;
-    ray.lobe = 6;
+    ray.earlier_lobe = kTagSpecularReflection;
+    ray.lobe = kTagSpecularReflection;
     ray.split = uint32_t(camera.sample);
     ray.ior = camera.ior;
     ray.depth = 0;

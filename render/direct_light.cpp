@@ -10,13 +10,11 @@
 #include "lights/lights.h"
 #include "lights/sky_light.h"
 #include "render/aovs.h"
-#include "render/occlusion.h"
 #include "shading/hair_scattering.h"
 #include "shading/lobes.h"
+#include "shading/occlusion.h"
 
 namespace {
-
-inline float mean(Color c) { return (c.x + c.y + c.z) / 3.0f; }
 
 // A light's direct contribution, also added to its AOVs when it has any.
 LobeBundle intoAovs(std::vector<Aov>& aovs, const RayState& ray, const HitRecord& hit, const LobeBundle& b) {
@@ -110,14 +108,12 @@ LobeBundle sampleLight(const LightContext& c, int budget, bool spread, Sample sa
     LobeBundle sum;
     DiffusionPoint point;
     SampleOrigin origin;
-    if (c.bounces == 0 && (spread || c.diffusion)) {
-        const Split split = lightBudget(c, budget);
-        for (uint32_t k = 0; k < split.perFrame; ++k)
-            if (sampleOrigin(c, point, origin)) sum += sample(splitIndex(split, k), origin, split.total);
-        return sum * (1.0f / float(split.perFrame));
-    }
-    if (c.bounces < registry.bounce && sampleOrigin(c, point, origin)) sum = sample(c.ray.sample_index, origin, 0u);
-    return sum;
+    const bool atSplit = c.bounces == 0 && (spread || c.diffusion);
+    const Split split = lightBudget(c, budget);
+    const uint32_t n = takeSamples(c.ray, atSplit, split, [&](uint32_t index, uint32_t) {
+        if (sampleOrigin(c, point, origin)) sum += sample(index, origin, atSplit ? split.total : 0u);
+    });
+    return n > 1 ? sum * (1.0f / float(n)) : sum;
 }
 
 // The number that picks a light's point or texel for sample `index` of
@@ -185,10 +181,6 @@ bool reachesAClass(const LightContext& c, float a, float g) {
     return (c.hit.has_lambertian && above) || (c.hit.has_transmissive && below) || (c.hit.has_glossy && above);
 }
 
-// The balance heuristic of a light sample of density `pl` against `nb` lobe
-// samples of density `pb`.
-inline float balance(float pl, float nb, float pb) { return pl / (pl + nb * pb); }
-
 // The rays that the hit's lobes fire over all frames, by class: what a light
 // sample weighs itself against.
 struct LobeCounts {
@@ -211,11 +203,11 @@ LobeBundle balancedSample(const LightContext& c, const SampleOrigin& origin, Vec
     LobeBundle b;
     const float pd = a * kInvPi;
     const Color diffuse = R * c.hit.fresnel_complement * origin.weight;
-    if (c.hit.has_lambertian && a > 0.0f) b.lambertian = diffuse * balance(pl, nb.lambertian, pd);
-    if (c.hit.has_transmissive && a < 0.0f) b.transmissive = diffuse * balance(pl, nb.transmissive, -pd);
+    if (c.hit.has_lambertian && a > 0.0f) b.lambertian = diffuse * balanceWeight(1.0f, pl, nb.lambertian, pd);
+    if (c.hit.has_transmissive && a < 0.0f) b.transmissive = diffuse * balanceWeight(1.0f, pl, nb.transmissive, -pd);
     if (c.hit.has_glossy && a > 0.0f) {
         const float v = halfVectorLobe(origin.hit->out_direction, l, *origin.hit);
-        b.glossy = R * (v * kFourPi * c.hit.fresnel * balance(pl, nb.glossy, v));
+        b.glossy = R * (v * kFourPi * c.hit.fresnel * balanceWeight(1.0f, pl, nb.glossy, v));
     }
     return b;
 }
@@ -228,11 +220,12 @@ LobeBundle balancedHairSample(const LightContext& c, const SampleOrigin& origin,
     const HitRecord& from = *origin.hit;
     if (c.hit.has_lambertian) {
         const float v = EvaluateDiffuseHair(from.out_direction, l, from.tangent);
-        b.lambertian = R * (v * balance(pl, nb.lambertian, v));
+        b.lambertian = R * (v * balanceWeight(1.0f, pl, nb.lambertian, v));
     }
     if (c.hit.has_glossy) {
         const HairLobes lobes = hairLobesAt(c.ray, from, l);
-        for (int k = 0; k < 3; ++k) b.glossy += lobes.value[k] * R * balance(pl, nb.glossy, lobes.density[k]);
+        for (int k = 0; k < kHairLobes; ++k)
+            b.glossy += lobes.value[k] * R * balanceWeight(1.0f, pl, nb.glossy, lobes.density[k]);
     }
     return b;
 }

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "core/records.h"
-#include "render/child_ray.h"
+#include "shading/child_ray.h"
 
 LobeBundle geometryDirect(const RayState& ray, const HitRecord& hit);
 LobeBundle skyDirect(const RayState& ray, const HitRecord& hit);

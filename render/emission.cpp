@@ -10,7 +10,7 @@
 #include "lv.h"
 #include "photons/density_estimator.h"
 #include "render/aovs.h"
-#include "render/child_ray.h"
+#include "shading/child_ray.h"
 #include "shading/hair_scattering.h"
 #include "core/images.h"
 #include "shading/lobes.h"
@@ -18,6 +18,12 @@
 namespace {
 
 inline bool outsideBody(const RayState& ray) { return std::fabs(ray.ior - 1.0f) < 1e-8f; }
+
+// Rays of the lobes that light samples weigh themselves against: the
+// diffuse ones and glossy reflections.
+inline bool lightsSampleItsLobe(const RayState& ray) {
+    return lobeClass(ray.lobe) == kTagLambertian || ray.lobe == kTagGlossyReflection;
+}
 
 // The density of the bounce that made the ray, seen from its parent hit.
 float bounceDensity(const RayState& ray) {
@@ -27,8 +33,8 @@ float bounceDensity(const RayState& ray) {
         // A fibre's diffuse rays follow its diffuse term; its glossy rays
         // the lobe that drew them.
         if (ray.lobe == kTagLambertian) return EvaluateDiffuseHair(parent.out_direction, ray.direction, parent.tangent);
-        if (ray.lobe != kTagGlossyReflection || ray.hair_lobe > 2) return 0.0f;
-        float density[3];
+        if (ray.lobe != kTagGlossyReflection || ray.hair_lobe >= kHairLobes) return 0.0f;
+        float density[kHairLobes];
         DensityBcsdf(registry.shaders[ray.previous_shader].hairBlock, density, parent.out_direction, ray.direction,
                      parent.tangent);
         return density[ray.hair_lobe];
@@ -49,25 +55,24 @@ float bounceDensity(const RayState& ray) {
 float bounceWeight(const RayState& ray, float pl, int lightBudget) {
     const float pb = bounceDensity(ray);
     if (pb <= 0.0f) return 0.0f;
-    if (ray.diffuse_bounces + ray.glossy_bounces == 1) {
+    if (pathBounces(ray) == 1) {
         const HitRecord& parent = *static_cast<const HitRecord*>(ray.parent_hit);
-        const float n = float(ray.split);
-        return pb * n / (pb * n + pl * float(firstHitLightSamples(parent, lightBudget)));
+        return balanceWeight(float(ray.split), pb, float(firstHitLightSamples(parent, lightBudget)), pl);
     }
-    return pb / (pl + pb);
+    return balanceWeight(1.0f, pb, 1.0f, pl);
 }
 
 }  // namespace
 
 float emissionWeight(const RayState& ray, const HitRecord& hit) {
     const GeometryLightValues& light = registry.geometryLight;
-    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
-    const uint8_t D = ray.lobe & 0xFEu;
-    if (!hit.virtual_light || light.sample == 0 || bounces == 0) return 1.0f;
+    if (!hit.virtual_light || light.sample == 0 || pathBounces(ray) == 0) return 1.0f;
     // Caustic paths, which no light sample and no photon carries.
-    if ((ray.earlier_lobe == 2 || ray.earlier_lobe == 3) && D == 6 && light.photon == 0) return 1.0f;
-    if (ray.earlier_lobe == 4 && D == 6) return 1.0f;
-    if (D != 2 && ray.lobe != 4) return 0.0f;
+    if (lobeClass(ray.lobe) == kTagSpecularReflection) {
+        if (lobeClass(ray.earlier_lobe) == kTagLambertian && light.photon == 0) return 1.0f;
+        if (ray.earlier_lobe == kTagGlossyReflection) return 1.0f;
+    }
+    if (!lightsSampleItsLobe(ray)) return 0.0f;
     if (!outsideBody(ray) || hit.cos_out <= 0.0f) return 0.0f;
 
     const float pl = light.totalArea > 0.0f ? ray.t * ray.t / (hit.cos_out * light.totalArea) : 0.0f;
@@ -97,14 +102,13 @@ Color missRadiance(const RayState& ray) {
     const Color s = skyRadianceForRay(ray);
     Color result = s;
     const SkyLightValues& sky = registry.skyLight;
-    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
     // Light that the sky's samples could have found is shared with them.
-    if (sky.sample != 0 && bounces != 0 && ((ray.lobe & 0xFEu) == 2 || ray.lobe == 4) && outsideBody(ray)) {
+    if (sky.sample != 0 && pathBounces(ray) != 0 && lightsSampleItsLobe(ray) && outsideBody(ray)) {
         const float density = skyDensity(cubeTexelOf(ray.direction));
         const float P = ray.previous_kind == kCylinder ? density : 2.0f * density;
         result = s * bounceWeight(ray, P, sky.sample);
     }
-    if (ray.lobe >= 2 && ray.lobe <= 7)
+    if (ray.lobe >= kTagLambertian && ray.lobe <= kTagSpecularTransmission)
         for (Aov& aov : registry.skyLightAOVs) addToAov(aov, ray, result);
     return result;
 }

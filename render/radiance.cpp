@@ -9,6 +9,7 @@
 #include "render/aovs.h"
 #include "render/direct_light.h"
 #include "render/emission.h"
+#include "render/lobe_paths.h"
 #include "shading/hit_shading.h"
 #include "core/images.h"
 #include "shading/lobes.h"

@@ -1,6 +1,8 @@
 // The radiance that a ray carries back along its path: the recursive
-// function at the heart of the renderer, declared with the child-ray rules
-// that it shares with the lobes and light sampling.
+// function at the heart of the renderer. The child-ray rules that it shares
+// with the lobes, light sampling and the photons come with it.
 #pragma once
 
-#include "render/child_ray.h"
+#include "shading/child_ray.h"
+
+Color radiance(RayState& ray);

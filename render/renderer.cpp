@@ -10,7 +10,7 @@
 #include "lv.h"
 #include "photons/photon_cast.h"
 #include "photons/photon_tree.h"
-#include "render/occlusion.h"
+#include "shading/occlusion.h"
 
 void prepareRenderer() {
     for (float& c : registry.clamp)

@@ -86,7 +86,7 @@ int densities(const HairBlock& block, const FibreAngles& a, float M[3], float de
     const int texel = texelOf(a);
     const Color plain = texelColor(block.BcsdfImage0, texel);
     const float azimuthal[3] = {plain.x, plain.y, plain.z};
-    for (int p = 0; p < 3; ++p) {
+    for (int p = 0; p < kHairLobes; ++p) {
         M[p] = longitudinalScattering(block.variance[p], block.normalizer[p], a.cosView, a.sinView, a.cosLight,
                                       a.sinLight);
         density[p] = azimuthal[p] * M[p];
@@ -146,7 +146,7 @@ void DensityBcsdf(const HairBlock& block, float density[3], Vector view, Vector 
 
 int SampleBcsdf(const HairBlock& block, Vector& direction, Color& weight, float h, float thetaI, Vector tangent,
                 Vector normal, Vector binormal, const BcsdfNumbers& numbers) {
-    const int p = block.allLobes ? int(numbers.lobe % 3u) : 0;
+    const int p = block.allLobes ? int(numbers.lobe % uint32_t(kHairLobes)) : 0;
     const double v = block.variance[p];
     const float a = block.angle[p];
 

@@ -14,6 +14,9 @@
 #include "core/records.h"
 #include "shading/shader.h"
 
+// The lobes R, TT and TRT, in that order wherever they are indexed.
+inline constexpr int kHairLobes = 3;
+
 // Texels of the table along each axis: azimuth in the columns, the half
 // longitudinal difference in the rows.
 inline constexpr int kBcsdfSize = 128;
@@ -62,8 +65,8 @@ float EvaluateDiffuseHair(Vector view, Vector light, Vector tangent);
 // shader never samples (TT and TRT without all lobes) has density 0, so
 // that the light's samples carry it alone.
 struct HairLobes {
-    Color value[3];
-    float density[3];
+    Color value[kHairLobes];
+    float density[kHairLobes];
 };
 HairLobes hairLobesAt(const RayState& ray, const HitRecord& hit, Vector light);
 

@@ -108,7 +108,7 @@ void InitializeBcsdf(HairBlock& block) {
     const uint64_t start = systemTime100ns();
     block.angle[1] = 2.0f * block.angle[0];
     block.angle[2] = 3.0f * block.angle[0];
-    for (int p = 0; p < 3; ++p) {
+    for (int p = 0; p < kHairLobes; ++p) {
         const float v = block.angle[p] * block.angle[p];
         block.variance[p] = v;
         // Only lobes with v of at least 0.2 use it, where sinh stays finite.
@@ -131,7 +131,7 @@ void InitializeBcsdf(HairBlock& block) {
             integrateRow(table, row, kPi * (float(i) + 0.5f) / float(kBcsdfSize), colored, plain);
             const int texel = j * kBcsdfSize + i;
             StorePixel(*images[0], texel, plain);
-            for (int p = 0; p < 3; ++p) StorePixel(*images[p + 1], texel, colored[p]);
+            for (int p = 0; p < kHairLobes; ++p) StorePixel(*images[p + 1], texel, colored[p]);
         }
     }
     reportReal("bcsdf lut", double(systemTime100ns() - start) * 1e-7, "seconds");
@@ -149,7 +149,7 @@ void buildHairTable(Shader& shader) {
         const Color ior = layer.elements[LV_ELEMENT_IOR].color;
         const Color roughness = layer.elements[LV_ELEMENT_ROUGHNESS].color;
         block.allLobes = layer.material == LV_MATERIAL_SOLID;
-        block.ior = (ior.x + ior.y + ior.z) / 3.0f;
+        block.ior = mean(ior);
         block.angle[0] = 30.0f * kDegree * (roughness.x + roughness.y + roughness.z);
     }
     block.absorption = volumeAbsorption(shader.volume);

@@ -12,8 +12,6 @@
 
 namespace {
 
-inline float mean(Color c) { return (c.x + c.y + c.z) / 3.0f; }
-
 // A uniform number in [-1, 1] from the hardware source.
 inline float signedUniform() { return float(hardwareRandom()) * 4.656613e-10f - 1.0f; }
 

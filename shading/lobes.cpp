@@ -8,18 +8,13 @@
 #include "core/registry.h"
 #include "geometry/traversal.h"
 #include "lv.h"
-#include "photons/photon_tree.h"
-#include "render/child_ray.h"
 #include "shading/hair_scattering.h"
 #include "shading/hit_shading.h"
 
 namespace {
 
-inline float mean(Color c) { return (c.x + c.y + c.z) / 3.0f; }
 // The logarithm with the floor of the whole renderer.
 inline float guardedLog(float v) { return v < 1e-10f ? -10.0f : std::log(v); }
-
-inline SequenceSampler samplerAt(const RayState& ray, uint32_t index) { return {ray.sequence_key, index, ray.dimension}; }
 
 inline Vector inFrame(const HitRecord& hit, float x, float y, float z) {
     return hit.tangent * x + hit.bitangent * y + hit.normal * z;
@@ -33,9 +28,8 @@ inline Vector spherePoint(float a, float b) {
 
 bool isHair(const RayState& ray) { return ray.kind == kCylinder; }
 
-// The throughput that the lobe of class `tag` (lambertian, diffuse
-// transmission or glossy reflection) carries into its rays, before the
-// ray's own weights. A fibre's lambertian part has no Fresnel term.
+}  // namespace
+
 Color lobeThroughput(const RayState& ray, const HitRecord& hit, uint8_t tag) {
     switch (tag) {
     case kTagLambertian:
@@ -47,163 +41,14 @@ Color lobeThroughput(const RayState& ray, const HitRecord& hit, uint8_t tag) {
     }
 }
 
-// What sizes the first-hit split of a lobe that carries `t`: its mean, and
-// for the glossy lobe of a surface the larger of the Fresnel reflectance and
-// its complement as well, since either of its two rays may be the bright one.
+// What sizes the split: the mean of `t`, and for the glossy lobe of a
+// surface the larger of the Fresnel reflectance and its complement as well,
+// since either of its two rays may be the bright one.
 Split lobeSplit(const RayState& ray, const HitRecord& hit, uint8_t tag, Color t) {
     float w = mean(t);
     if (tag == kTagGlossyReflection && !isHair(ray)) w *= std::max(hit.fresnel_complement, hit.fresnel);
     return firstHitSplit(w, registry.rendererSample);
 }
-
-// A diffuse or glossy child: one more bounce of its class and two more dimensions.
-RayState bounceChild(const RayState& ray, const HitRecord& from, uint8_t tag, Vector direction, Color throughput,
-                     uint8_t RayState::*bounces) {
-    RayState child = childRay(ray, from, tag);
-    child.direction = direction;
-    child.throughput = throughput;
-    ++(child.*bounces);
-    child.dimension += 2;
-    return child;
-}
-
-RayState diffuseChild(const RayState& ray, const HitRecord& from, uint8_t tag, Vector direction, Color throughput) {
-    return bounceChild(ray, from, tag, direction, throughput, &RayState::diffuse_bounces);
-}
-
-RayState glossyChild(const RayState& ray, const HitRecord& from, uint8_t tag, Vector direction, Color throughput) {
-    return bounceChild(ray, from, tag, direction, throughput, &RayState::glossy_bounces);
-}
-
-// Running sum of a lobe's rays, averaged over the rays that were really sent.
-struct RaySum {
-    Color sum{0.0f, 0.0f, 0.0f};
-    uint32_t sent = 0;
-    void add(Color c) {
-        sum += c;
-        ++sent;
-    }
-    Color average() const { return sent > 0 ? sum / float(sent) : sum; }
-};
-
-// The two rays of a glossy half vector: refracted about H for a solid
-// layer, then reflected about it. The split's index and share are set on
-// both children by the caller through `prepare`.
-template <typename Prepare>
-void glossyPair(const RayState& ray, const HitRecord& hit, Vector h, Color t, RaySum& reflected,
-                RaySum& transmitted, Prepare prepare) {
-    const float c = -dot(h, ray.direction);
-    bool totalReflection = false;
-    if (hit.material == LV_MATERIAL_SOLID) {
-        Vector d;
-        if (!refractDirection(ray.direction, h, hit.eta, c, d)) {
-            totalReflection = true;
-        } else if (dot(d, hit.geometric_normal) < -1e-8f) {
-            RayState child = glossyChild(ray, hit, kTagGlossyTransmission, d, t * hit.fresnel_complement);
-            child.ior = ray.ior * hit.eta;
-            prepare(child);
-            transmitted.add(radiance(child) * hit.fresnel_complement);
-        }
-    }
-    const Vector d = ray.direction + h * (2.0f * c);
-    if (dot(d, hit.geometric_normal) > 0.0f) {
-        const float w = totalReflection ? 1.0f : hit.fresnel;
-        RayState child = glossyChild(ray, hit, kTagGlossyReflection, d, t * w);
-        prepare(child);
-        reflected.add(radiance(child) * w);
-    }
-}
-
-// The diffuse lobes share everything but the side they leave on: `below`
-// for diffuse transmission. Diffusion and hair apply to the lambertian lobe.
-Color diffuseLobe(const RayState& ray, const HitRecord& hit, Color t, bool below) {
-    const bool hair = !below && isHair(ray);
-    const uint8_t tag = below ? kTagDiffuseTransmission : kTagLambertian;
-    auto accepted = [&](Vector d, const HitRecord& from) {
-        const float side = dot(d, from.geometric_normal);
-        return hair || (below ? side < 0.0f : side > 0.0f);
-    };
-    auto direction = [&](const HitRecord& from, const SequenceSampler& s) {
-        return below ? cosineHemisphereBelow(from, s) : cosineHemisphere(from, s);
-    };
-
-    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
-    RaySum sum;
-    if (bounces == 0) {
-        const Split split = lobeSplit(ray, hit, tag, t);
-        for (uint32_t k = 0; k < split.perFrame; ++k) {
-            const uint32_t index = splitIndex(split, k);
-            const SequenceSampler sampler = samplerAt(ray, index);
-            if (!below && !hair && hit.has_diffusion) {
-                DiffusionPoint point;
-                if (drawDiffusionPoint(ray, hit, point)) {
-                    const Vector d = direction(point.hit, sampler);
-                    if (accepted(d, point.hit)) {
-                        RayState child = diffuseChild(ray, point.hit, tag, d, t * point.weight);
-                        child.previous_primitive = point.primitive;
-                        child.previous_kind = point.kind;
-                        child.previous_part = point.part;
-                        child.previous_path = point.path;
-                        child.sample_index = index;
-                        child.split = ray.split * split.perFrame;
-                        sum.add(radiance(child) * point.weight);
-                    }
-                }
-            } else {
-                const Vector d = direction(hit, sampler);
-                if (accepted(d, hit)) {
-                    RayState child = diffuseChild(ray, hit, tag, d, t);
-                    child.sample_index = index;
-                    child.split = ray.split * split.perFrame;
-                    sum.add(radiance(child));
-                }
-            }
-        }
-        if (hair) return sum.sum / float(split.perFrame);
-    } else if (bounces < registry.bounce) {
-        const Vector d = direction(hit, samplerAt(ray, ray.sample_index));
-        if (accepted(d, hit)) {
-            RayState child = diffuseChild(ray, hit, tag, d, t);
-            sum.add(radiance(child));
-        }
-    } else {
-        return zero;
-    }
-    // Fibres have no cells of the photons.
-    return hair ? sum.sum : sum.average() + photonEstimate(ray, hit);
-}
-
-// The glossy rays of a fibre, drawn by the hair model: every ray is sent,
-// reflected or through the fibre, and its weight is the lobe's value over
-// the density of the draw.
-Color fibreGlossyLobe(const RayState& ray, const HitRecord& hit, Color t) {
-    auto fire = [&](uint32_t index, auto prepare) {
-        Vector d;
-        Color w;
-        const int lobe = sampleFibre(ray, hit, index, d, w);
-        RayState child = glossyChild(ray, hit, kTagGlossyReflection, d, t * w);
-        child.hair_lobe = uint8_t(lobe);
-        prepare(child);
-        return radiance(child) * w;
-    };
-    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
-    if (bounces == 0) {
-        const Split split = lobeSplit(ray, hit, kTagGlossyReflection, t);
-        Color sum = zero;
-        for (uint32_t k = 0; k < split.perFrame; ++k) {
-            const uint32_t index = splitIndex(split, k);
-            sum += fire(index, [&](RayState& child) {
-                child.sample_index = index;
-                child.split = ray.split * split.perFrame;
-            });
-        }
-        return sum / float(split.perFrame);
-    }
-    if (bounces < registry.bounce) return fire(ray.sample_index, [](RayState&) {});
-    return zero;
-}
-
-}  // namespace
 
 void concentricDisc(float a, float b, float& x, float& y) {
     const float sa = 2.0f * a - 1.0f, sb = 2.0f * b - 1.0f;
@@ -341,86 +186,82 @@ uint32_t lobeRays(const RayState& ray, const HitRecord& hit, uint8_t tag) {
     const bool present = tag == kTagLambertian           ? hit.has_lambertian
                          : tag == kTagDiffuseTransmission ? hit.has_transmissive
                                                           : hit.has_glossy;
-    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
     const Color t = lobeThroughput(ray, hit, tag);
-    if (!present || bounces >= registry.bounce || belowCutoff(t)) return 0;
-    return bounces == 0 ? lobeSplit(ray, hit, tag, t).total : 1u;
+    if (!present || !withinBounceBudget(ray) || belowCutoff(t)) return 0;
+    return pathBounces(ray) == 0 ? lobeSplit(ray, hit, tag, t).total : 1u;
 }
 
-Color lambertianLobe(const RayState& ray, const HitRecord& hit) {
-    const Color t = lobeThroughput(ray, hit, kTagLambertian);
-    if (belowCutoff(t)) return zero;
-    if (isHair(ray)) return diffuseLobe(ray, hit, t, false);
-    return diffuseLobe(ray, hit, t, false) * hit.fresnel_complement;
+bool diffuseRay(const HitRecord& from, const SequenceSampler& sampler, bool below, bool anySide, LobeRay& r) {
+    r.direction = below ? cosineHemisphereBelow(from, sampler) : cosineHemisphere(from, sampler);
+    r.weight = one;
+    r.tag = below ? kTagDiffuseTransmission : kTagLambertian;
+    const float side = dot(r.direction, from.geometric_normal);
+    return anySide || (below ? side < 0.0f : side > 0.0f);
 }
 
-Color transmissiveLobe(const RayState& ray, const HitRecord& hit) {
-    const Color t = lobeThroughput(ray, hit, kTagDiffuseTransmission);
-    if (belowCutoff(t)) return zero;
-    return diffuseLobe(ray, hit, t, true) * hit.fresnel_complement;
+LobeRay fibreRay(const RayState& ray, const HitRecord& hit, uint32_t index) {
+    LobeRay r;
+    r.tag = kTagGlossyReflection;
+    r.hairLobe = sampleFibre(ray, hit, index, r.direction, r.weight);
+    return r;
 }
 
-Color glossyLobe(const RayState& ray, const HitRecord& hit) {
-    const Color t = lobeThroughput(ray, hit, kTagGlossyReflection);
-    if (belowCutoff(t)) return zero;
-    if (isHair(ray)) return fibreGlossyLobe(ray, hit, t);
-
-    const int bounces = ray.diffuse_bounces + ray.glossy_bounces;
-    RaySum reflected, transmitted;
-    if (bounces == 0) {
-        const Split split = lobeSplit(ray, hit, kTagGlossyReflection, t);
-        for (uint32_t k = 0; k < split.perFrame; ++k) {
-            const uint32_t index = splitIndex(split, k);
-            const Vector h = sampleHalfVector(hit, samplerAt(ray, index));
-            glossyPair(ray, hit, h, t, reflected, transmitted, [&](RayState& child) {
-                child.sample_index = index;
-                child.split = ray.split * split.perFrame;
-            });
-        }
-        return reflected.average() + transmitted.average();
+int glossyRays(const RayState& ray, const HitRecord& hit, Vector h, float margin, LobeRay rays[2]) {
+    const float c = -dot(h, ray.direction);
+    const Color transmitted{hit.fresnel_complement, hit.fresnel_complement, hit.fresnel_complement};
+    int n = 0;
+    bool totalReflection = false;
+    if (hit.material == LV_MATERIAL_SOLID) {
+        Vector d;
+        if (!refractDirection(ray.direction, h, hit.eta, c, d))
+            totalReflection = true;
+        else if (dot(d, hit.geometric_normal) < -margin)
+            rays[n++] = {d, transmitted, kTagGlossyTransmission};
     }
-    if (bounces < registry.bounce) {
-        const Vector h = sampleHalfVector(hit, samplerAt(ray, ray.sample_index));
-        glossyPair(ray, hit, h, t, reflected, transmitted, [](RayState&) {});
-        return reflected.sum + transmitted.sum;
-    }
-    return zero;
+    const Vector d = ray.direction + h * (2.0f * c);
+    const float w = totalReflection ? 1.0f : hit.fresnel;
+    if (dot(d, hit.geometric_normal) > 0.0f) rays[n++] = {d, {w, w, w}, kTagGlossyReflection};
+    return n;
 }
 
-Color specularLobe(const RayState& ray, const HitRecord& hit) {
-    const Color t = ray.throughput * hit.specular;
-    if (belowCutoff(t)) return zero;
-    Color sum = zero;
+int specularRays(const RayState& ray, const HitRecord& hit, float margin, LobeRay rays[2]) {
+    const Color transmitted{hit.fresnel_complement, hit.fresnel_complement, hit.fresnel_complement};
+    int n = 0;
     bool totalReflection = false;
     if (hit.material == LV_MATERIAL_SOLID || hit.material == LV_MATERIAL_THIN) {
         Vector d;
         totalReflection = !specularTransmission(ray, hit, d);
-        if (!totalReflection && dot(d, hit.geometric_normal) < -1e-8f) {
-            RayState child = childRay(ray, hit, kTagSpecularTransmission);
-            if (hit.material == LV_MATERIAL_THIN) {
-                // Through a thin sheet the path keeps its class and origin.
-                child.parent_hit = ray.parent_hit;
-                child.lobe = ray.lobe;
-                child.earlier_lobe = ray.earlier_lobe;
-            }
-            child.direction = d;
-            child.throughput = t * hit.fresnel_complement;
-            child.ior = ray.ior * hit.eta;
-            ++child.specular_bounces;
-            sum += radiance(child) * hit.fresnel_complement;
-        }
+        if (!totalReflection && dot(d, hit.geometric_normal) < -margin)
+            rays[n++] = {d, transmitted, kTagSpecularTransmission};
     }
     const Vector d = ray.direction + hit.normal * (2.0f * hit.cos_out);
-    if (dot(d, hit.geometric_normal) > 0.0f) {
-        const float w = totalReflection ? 1.0f : hit.fresnel;
-        RayState child = childRay(ray, hit, kTagSpecularReflection);
-        child.direction = d;
-        child.throughput = t * w;
-        ++child.specular_bounces;
-        sum += radiance(child) * w;
-    }
-    return sum;
+    const float w = totalReflection ? 1.0f : hit.fresnel;
+    if (dot(d, hit.geometric_normal) > 0.0f) rays[n++] = {d, {w, w, w}, kTagSpecularReflection};
+    return n;
 }
 
-// The caustic photons' estimate at a diffuse hit; black while there are none.
-Color photonEstimate(const RayState& ray, const HitRecord& hit) { return densityEstimate(ray, hit); }
+RayState lobeChild(const RayState& ray, const HitRecord& hit, const LobeRay& r, Color t) {
+    RayState child = childRay(ray, hit, r.tag);
+    child.direction = r.direction;
+    child.throughput = t * r.weight;
+    if (r.hairLobe >= 0) child.hair_lobe = uint8_t(r.hairLobe);
+    switch (lobeClass(r.tag)) {
+    case kTagLambertian:
+        ++child.diffuse_bounces;
+        child.dimension += 2;
+        break;
+    case kTagGlossyReflection:
+        ++child.glossy_bounces;
+        child.dimension += 2;
+        break;
+    default: ++child.specular_bounces; break;
+    }
+    if (r.tag == kTagGlossyTransmission || r.tag == kTagSpecularTransmission) child.ior = ray.ior * hit.eta;
+    if (r.tag == kTagSpecularTransmission && hit.material == LV_MATERIAL_THIN) {
+        // Through a thin sheet the path keeps its class and origin.
+        child.parent_hit = ray.parent_hit;
+        child.lobe = ray.lobe;
+        child.earlier_lobe = ray.earlier_lobe;
+    }
+    return child;
+}

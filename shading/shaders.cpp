@@ -158,7 +158,7 @@ int chooseLayer(const Shader& shader, int side, const float uv[2], float u) {
     float total = 0.0f;
     for (int i = 0; i < count; ++i) {
         const Color w = elementColor(shader.layers[list[i]].elements[8], uv);
-        total += (w.x + w.y + w.z) / 3.0f;
+        total += mean(w);
         table[i] = total;
     }
     // The first slot strictly above u * total, by halving all 16 slots.

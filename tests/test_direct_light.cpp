@@ -1,6 +1,6 @@
 // Point, spot and parallel lights lighting small scenes directly, against
 // the values that the light's inverse square law, its spot ramp and the
-// transparency of shadow casters fix; and the gaffer stage's report.
+// transparency of shadow casters fix; and the photons that lights send.
 #include <cmath>
 
 #include "lights/lights.h"
@@ -33,11 +33,6 @@ protected:
         std::vector<float> r;
         for (int x = 0; x < image.width; ++x) r.push_back(storedPixel(image, y * image.width + x).x);
         return r;
-    }
-    int occluder() {
-        const int s = shader(zero);
-        lvSetShaderVisibility(s, LV_VISIBILITY_NOT_CAMERA_PRIMARY);   // casts shadows, not seen
-        return s;
     }
 };
 
@@ -94,7 +89,8 @@ TEST_F(DirectLight, SplitPathsAndParallelLights) {
 TEST_F(DirectLight, ShadowsHaveTheirShapeTransparencyAndPenumbra) {
     auto scene = [&](float blur, Color transparency, int sheets) {
         square(0.0f, 100.0f, shader(one));
-        const int caster = occluder();
+        const int caster = shader(zero);
+        lvSetShaderVisibility(caster, LV_VISIBILITY_NOT_CAMERA_PRIMARY);   // casts shadows, not seen
         lvSetSurfaceColor(caster, 0, LV_ELEMENT_SHADOW_TRANSPARENCY, transparency.x, transparency.y, transparency.z);
         for (int k = 0; k < sheets; ++k) square(1.0f + 0.1f * float(k), 0.5f, caster);
         const int light = pointLight({0, 0, 2.0f + 0.1f * float(sheets - 1)}, one * 4.0f);
@@ -163,20 +159,6 @@ TEST_F(DirectLight, LinksChooseTheShadersALightReaches) {
     EXPECT_GT(pixelAt(0.5f, 0, halves(false, "no such shader")).x, 0.1f);
 }
 
-// The gaffer stage prints the two counts, each with the size of the
-// parallel lights, and a rule.
-TEST_F(DirectLight, GafferReportsItsLights) {
-    for (int k = 0; k < 3; ++k) lvAddPointLight();
-    for (int k = 0; k < 2000; ++k) lvAddParallelLight();
-    char size[32];
-    std::snprintf(size, sizeof size, "%16.4f", double(float(2000 * sizeof(ParallelLight)) * kMegabytes));
-    const std::vector<std::string> lines = reportedLines(lvInitializeGaffer);
-    ASSERT_EQ(lines.size(), 4u);   // the rule ends with an empty line
-    EXPECT_EQ(lines[0], "parallel lights             2000 " + std::string(size) + " [ M bytes ]");
-    EXPECT_EQ(lines[1], "point    lights                3 " + std::string(size) + " [ M bytes ]");
-    EXPECT_EQ(lines[2], kRule);
-}
-
 // Photons of a point light outside the scene leave within the cone that
 // holds the scene's sphere, from inside it over the whole sphere; a parallel
 // light's start on a disc of the sphere's size, one radius up the beam. The
@@ -194,7 +176,6 @@ TEST_F(DirectLight, PhotonsLeaveLightsTowardsTheScene) {
     quietly(lvInitializeGaffer);
 
     const float cone = std::cos(std::atan2(2.0f, 10.0f));
-    EXPECT_FLOAT_EQ(registry.pointLights[0].coneCosine, cone);
     const struct { const DeltaLight* light; Color power; } cases[] = {
         {&registry.pointLights[0], Color{1, 2, 3} * (kTwoPi * (1.0f - cone))},
         {&registry.pointLights[1], Color{1, 2, 3} * kFourPi},
@@ -208,19 +189,12 @@ TEST_F(DirectLight, PhotonsLeaveLightsTowardsTheScene) {
             cases[k].light->emitPhoton(ray, uint64_t(i));
             power += ray.power;
             mean += ray.direction / float(n);
-            const Vector d = normalized(ray.direction);
-            if (k == 0) {
-                EXPECT_GE(-d.z, cone - 1e-5f) << i;
-            }
-            if (k == 2) {
-                EXPECT_FLOAT_EQ(ray.origin.z, 3.0f);
-                EXPECT_LE(std::hypot(ray.origin.x - 1.0f, ray.origin.y - 1.0f), 2.0f + 1e-5f);
-            }
+            const Vector o = ray.origin;
+            EXPECT_TRUE(k != 0 || -normalized(ray.direction).z >= cone - 1e-5f) << i;
+            EXPECT_TRUE(k != 2 || (o.z == 3.0f && std::hypot(o.x - 1.0f, o.y - 1.0f) <= 2.0f + 1e-5f)) << i;
         }
         EXPECT_NEAR(power.z, cases[k].power.z, 1e-3f * cases[k].power.z) << "light " << k;
-        if (k == 1) {
-            EXPECT_LT(std::sqrt(dot(mean, mean)), 0.02f);
-        }
+        EXPECT_TRUE(k != 1 || std::sqrt(dot(mean, mean)) < 0.02f);   // all round
     }
 }
 

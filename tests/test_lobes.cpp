@@ -1,6 +1,5 @@
 // The pieces of shading that a whole render averages away: Fresnel terms,
-// the frame builder, the reflection guard, layer choice, the first-hit split
-// and the densities that the sampled directions claim.
+// the frame builder and the densities that the sampled directions claim.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,8 +8,6 @@
 #include "core/random.h"
 #include "core/registry.h"
 #include "lv.h"
-#include "registry_guard.h"
-#include "render/radiance.h"
 #include "shading/hit_shading.h"
 #include "shading/lobes.h"
 
@@ -48,76 +45,6 @@ TEST(FrameBuilder, OrthonormalUpToTheSouthPole) {
     }
     const HitRecord pole = frameAround({0, 0, -1});
     EXPECT_TRUE(pole.tangent == (Vector{0, -1, 0}) && pole.bitangent == (Vector{-1, 0, 0}));
-}
-
-// A shading normal that would mirror the viewer into the surface gives way to
-// the geometric normal; one that does not stays, and Fresnel follows it.
-TEST(FinishShading, ReflectionGuardAndFresnelBySide) {
-    SurfaceShader layer;
-    layer.elements[LV_ELEMENT_IOR].color = {1.5f, 1.5f, 1.5f};
-    RayState ray = freshRay();
-    ray.front = 1;
-    HitRecord hit{};
-    hit.geometric_normal = {0, 0, 1}, hit.out_direction = normalized({1, 0, 0.1f});
-    hit.normal = normalized({-0.5f, 0, 1});   // tilted away from a grazing viewer
-    finishShading(layer, ray, hit);
-    EXPECT_EQ(hit.normal, hit.geometric_normal);
-    EXPECT_NEAR(hit.cos_out, hit.out_direction.z, 1e-7f);
-    EXPECT_NEAR(hit.eta, 1.0f / 1.5f, 1e-7f);
-    EXPECT_NEAR(hit.fresnel + hit.fresnel_complement, 1.0f, 1e-7f);
-
-    const Vector kept = hit.normal = normalized({0.2f, 0, 1});
-    ray.front = 0;
-    finishShading(layer, ray, hit);
-    EXPECT_EQ(hit.normal, kept);
-    EXPECT_NEAR(hit.eta, 1.5f, 1e-7f);
-    EXPECT_NEAR(hit.fresnel, fresnelReflectance(1.5f, dot(hit.out_direction, kept), false), 1e-7f);
-}
-
-// Each side serves its own layer; a one-sided shader is black behind.
-TEST(LayerChoice, TwoSidedShaders) {
-    Shader shader, oneSided;
-    shader.layers.resize(2), oneSided.layers.resize(1);
-    shader.layers[0].sideness = oneSided.layers[0].sideness = LV_SIDENESS_FACE;
-    shader.layers[1].sideness = LV_SIDENESS_BACK;
-    oneSided.layers[0].elements[LV_ELEMENT_LAMBERTIAN].color = one;
-    prepareShader(shader), prepareShader(oneSided);
-    const float uv[2] = {0, 0};
-    EXPECT_EQ(pickLayer(shader, uv, true), 0);
-    EXPECT_EQ(pickLayer(shader, uv, false), 1);
-    const int behind = pickLayer(oneSided, uv, false);
-    EXPECT_NE(behind, 0);
-    EXPECT_FALSE(oneSided.layers[size_t(behind)].has_lambertian);
-}
-
-// With c = 4 frames: a budget of 6 rounds down to 4 indices, one a frame; a
-// dim lobe still fires one ray a frame; a bright one gets its whole budget.
-TEST(FirstHitSplit, CountsAreMultiplesOfTheCameraSample) {
-    RegistryGuard guard;
-    Camera camera = defaultCamera();
-    camera.sample = 4;
-    registry.currentCameraRecord = &camera;
-    const struct { float w; int budget; uint32_t total, perFrame; } cases[] = {
-        {1.0f, 6, 4, 1}, {0.001f, 64, 4, 1}, {0.5f, 64, 32, 8}, {3.0f, 64, 64, 16}, {std::nanf(""), 64, 4, 1}};
-    for (const auto& c : cases) {
-        const Split s = firstHitSplit(c.w, c.budget);
-        EXPECT_EQ(std::pair(s.total, s.perFrame), std::pair(c.total, c.perFrame)) << c.w << " " << c.budget;
-    }
-}
-
-// A child remembers the last different class on its path.
-TEST(ChildRay, LobeTagsAndParent) {
-    RayState parent = freshRay();
-    parent.lobe = parent.earlier_lobe = kTagSpecularReflection;   // a camera ray
-    parent.shader = 3, parent.primitive = 9, parent.kind = 4, parent.depth = 2;
-    HitRecord hit{};
-    hit.position = {1, 2, 3};
-    const RayState child = childRay(parent, hit, kTagLambertian);
-    EXPECT_TRUE(child.lobe == kTagLambertian && child.earlier_lobe == kTagSpecularReflection && child.depth == 3);
-    EXPECT_TRUE(child.origin == hit.position && child.parent_hit == &hit);
-    EXPECT_TRUE(child.previous_primitive == 9u && child.previous_kind == 4 && child.kind == kKindNotAsked);
-    const RayState grandchild = childRay(child, hit, kTagLambertian);
-    EXPECT_EQ(grandchild.earlier_lobe, kTagSpecularReflection);   // same class again: kept
 }
 
 // Cosine-distributed directions have cos^2 and the azimuth uniform: a

@@ -1,4 +1,4 @@
-#include "render/child_ray.h"
+#include "shading/child_ray.h"
 
 #include <algorithm>
 
@@ -24,6 +24,8 @@ uint32_t splitIndex(const Split& split, uint32_t k) { return uint32_t(registry.p
 uint32_t firstHitLightSamples(const HitRecord& hit, int budget) {
     return firstHitSplit(hit.light_weight, budget).total;
 }
+
+bool withinBounceBudget(const RayState& ray) { return pathBounces(ray) < registry.bounce; }
 
 RayState childRay(const RayState& parent, const HitRecord& hit, uint8_t tag) {
     RayState child = parent;

@@ -1,7 +1,7 @@
 // The contract between the integrator and everything that continues a path
 // (the lobes, light sampling, the photons' scattering): lobe tags, how a child
-// ray is made from its parent, and the first-hit split that spreads a lobe's
-// or a light's samples over the frames. A child is traced with `radiance`.
+// ray is made from its parent, the first-hit split that spreads a lobe's or a
+// light's samples over the frames, and the balance weights between them.
 #pragma once
 
 #include <cstdint>
@@ -29,7 +29,8 @@ inline LobeBundle operator*(const LobeBundle& a, float s) {
     return {a.lambertian * s, a.transmissive * s, a.glossy * s, a.specular * s};
 }
 
-// Lobe tags of a ray: how it was made.
+// Lobe tags of a ray: how it was made. Camera rays count as specular
+// reflections.
 inline constexpr uint8_t kTagLight = 1;
 inline constexpr uint8_t kTagLambertian = 2;
 inline constexpr uint8_t kTagDiffuseTransmission = 3;
@@ -37,9 +38,9 @@ inline constexpr uint8_t kTagGlossyReflection = 4;
 inline constexpr uint8_t kTagGlossyTransmission = 5;
 inline constexpr uint8_t kTagSpecularReflection = 6;
 inline constexpr uint8_t kTagSpecularTransmission = 7;
-
-// The radiance that a ray carries back along its path.
-Color radiance(RayState& ray);
+// The class of a tag, named by its reflection tag: the reflection and the
+// transmission of one class differ in the lowest bit alone.
+inline constexpr uint8_t lobeClass(uint8_t tag) { return tag & 0xFEu; }
 
 // True when all three channels are at or below the cut-off.
 inline bool belowCutoff(Color c) { return c.x <= 0.0009765625f && c.y <= 0.0009765625f && c.z <= 0.0009765625f; }
@@ -49,6 +50,10 @@ inline bool belowCutoff(Color c) { return c.x <= 0.0009765625f && c.y <= 0.00097
 // as the surface it must not meet again, no hit yet. Direction, throughput,
 // counters and the sequence position are the caller's.
 RayState childRay(const RayState& parent, const HitRecord& hit, uint8_t tag);
+
+// The diffuse and glossy bounces behind a ray: 0 at the first hit, where
+// lobes and lights split their samples over the frames.
+inline int pathBounces(const RayState& ray) { return ray.diffuse_bounces + ray.glossy_bounces; }
 
 // The first-hit split of a lobe or a light: `total` indices over all frames,
 // of which `perFrame` are fired in this frame.
@@ -69,3 +74,28 @@ uint32_t splitIndex(const Split& split, uint32_t k);
 // The samples that a first hit takes over all frames of a light of budget
 // `budget`, by the hit's `light_weight`.
 uint32_t firstHitLightSamples(const HitRecord& hit, int budget);
+// True while the path may bounce once more.
+bool withinBounceBudget(const RayState& ray);
+
+// The samples that a lobe or a light takes at a hit. When `atSplit` (the
+// first hit), this frame's share of `split`, each at its own index of the
+// sequence, `share` being the split's rays a frame; else one at the path's
+// own index with a share of 1, while the bounce budget lasts. Calls
+// `take(index, share)` for each and returns how many it called: a child of
+// the sample carries `index` and the parent's split times `share`.
+template <typename Take>
+uint32_t takeSamples(const RayState& ray, bool atSplit, const Split& split, Take take) {
+    if (atSplit) {
+        for (uint32_t k = 0; k < split.perFrame; ++k) take(splitIndex(split, k), split.perFrame);
+        return split.perFrame;
+    }
+    if (!withinBounceBudget(ray)) return 0;
+    take(ray.sample_index, 1u);
+    return 1;
+}
+
+// The balance heuristic: the weight of a strategy that takes n samples of
+// density p of an event that another strategy takes m samples of, of density
+// q. The weights of the two strategies for one event add up to one, so that
+// light found both by light samples and by bounces is counted once.
+inline float balanceWeight(float n, float p, float m, float q) { return n * p / (n * p + m * q); }

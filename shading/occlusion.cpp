@@ -1,15 +1,13 @@
-#include "render/occlusion.h"
+#include "shading/occlusion.h"
 
 #include <cmath>
 
 #include "core/registry.h"
 #include "lv.h"
-#include "render/child_ray.h"
+#include "shading/child_ray.h"
 #include "core/images.h"
 
 namespace {
-
-inline float mean(Color c) { return (c.x + c.y + c.z) / 3.0f; }
 
 // The first uv set blended over the primitive's corners; (0, 0) when a corner
 // has none.
