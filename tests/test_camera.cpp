@@ -61,7 +61,6 @@ TEST_F(CameraTest, PrepareLimitsSampleAndRegion) {
     for (int c = 0; c < 4; ++c) {
         const Camera& k = camera(c);
         EXPECT_EQ(k.sample, expected[c]);
-        EXPECT_FLOAT_EQ(k.inverseSample, 1.0f / float(expected[c]));
         EXPECT_EQ((std::array<int, 4>{k.regionLeft, k.regionTop, k.regionRight, k.regionBottom}), regions[c]) << c;
     }
     // Every AOV gets a zeroed 3-channel float raster of the camera's size.
