@@ -68,7 +68,7 @@ TEST_F(CameraTest, PrepareLimitsSampleAndRegion) {
     for (const Aov& aov : camera(1).aovs) EXPECT_EQ(aov.image.floatStore, std::vector<float>(64 * 32 * 3, 0.0f));
 }
 
-TEST_F(CameraTest, TimeSelectsThePoseAndAnyDifferenceMoves) {
+TEST_F(CameraTest, AnyDifferenceBetweenThePosesMoves) {
     const int still = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
     const int bokeh = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
     lvSetCameraTime(bokeh, 1.0f);
@@ -76,10 +76,6 @@ TEST_F(CameraTest, TimeSelectsThePoseAndAnyDifferenceMoves) {
     const int fov = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
     lvSetCameraTime(fov, 0.5f);
     lvSetCameraFOV(fov, 30);
-    lvSetCameraTime(still, 0.49f);
-    EXPECT_EQ(camera(still).currentPose, 0);
-    lvSetCameraTime(still, std::nanf(""));
-    EXPECT_EQ(camera(still).currentPose, 1);
     prepare();
     EXPECT_EQ(camera(still).moving, 0);
     EXPECT_EQ(camera(bokeh).moving, 1);

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-#include <regex>
 
 #include "capture.h"
 #include "host_run.h"
@@ -183,21 +182,6 @@ TEST_F(Photons, CellsBeyondOneGigabyteEndTheProcess) {
     // The report goes to standard output: the child sends it where the test reads.
     EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), prepareDensityEstimator(part)), testing::ExitedWithCode(1),
                 "\ndensity estimator consumes more than 1GB memory.\n_{80}\n\n$");
-}
-
-// A cast prints a progress line about every hundredth photon, overwritten
-// by a carriage return and ending below 100 %, then its ray rate.
-TEST_F(Photons, CastReportsProgressThenItsRate) {
-    square(0.0f, 2.0f, shader(one * 0.5f));
-    sun({0, 0, -1}, one, 250);
-    ReportCapture capture;
-    lvInitialize();
-    const std::string text = capture.text();
-    const std::regex progress("photon cast  [ 0-9]{16} \\[ % \\]\r");
-    EXPECT_EQ(std::distance(std::sregex_iterator(text.begin(), text.end(), progress), std::sregex_iterator()), 125);
-    EXPECT_NE(text.find("photon cast  " + std::string(14, ' ') + "99 [ % ]\r"), std::string::npos);
-    EXPECT_EQ(text.find("100 [ % ]"), std::string::npos);
-    EXPECT_NE(text.find(" [ M rays/second ]\nphoton cast   "), std::string::npos);
 }
 
 // Final gathering renders the light of path tracing to the photons' depth,
