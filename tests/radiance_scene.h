@@ -103,6 +103,16 @@ protected:
         quad({-h, h, 1}, {-h, 1, 1}, {h, 1, 1}, {h, h, 1}, white);
         next(), square(0.999f, h, emitter, false);
     }
+    // A parallel light along `direction` with `count` photons and no
+    // terminator offset, so that its direct light is the plain cosine law.
+    static int sun(Vector direction, Color color, int count) {
+        const int l = lvAddParallelLight();
+        lvSetParallelLightDirection(l, direction.x, direction.y, direction.z);
+        lvSetParallelLightColor(l, color.x, color.y, color.z);
+        lvSetParallelLightPhoton(l, count);
+        lvSetParallelLightOffset(l, 0.0f);
+        return l;
+    }
     static int camera(Vector position, Vector target, float fov, int size, int frames) {
         const int c = lvAddCamera();
         lvSetCameraResolution(c, size, size);

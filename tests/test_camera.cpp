@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <numbers>
 
 #include "core/random.h"
@@ -32,7 +31,6 @@ protected:
             lvSetCameraPosition(c, position.x, position.y, position.z);
             lvSetCameraTarget(c, target.x, target.y, target.z);
             lvSetCameraUpVector(c, up.x, up.y, up.z);
-            lvSetCameraBokeh(c, 0.0f);
             lvSetCameraFOV(c, fov);
         }
         return c;
@@ -63,19 +61,14 @@ TEST_F(CameraTest, PrepareLimitsSampleAndRegion) {
     for (int c = 0; c < 4; ++c) {
         const Camera& k = camera(c);
         EXPECT_EQ(k.sample, expected[c]);
-        EXPECT_FLOAT_EQ(k.inverseSample, 1.0f / float(expected[c]));
         EXPECT_EQ((std::array<int, 4>{k.regionLeft, k.regionTop, k.regionRight, k.regionBottom}), regions[c]) << c;
     }
     // Every AOV gets a zeroed 3-channel float raster of the camera's size.
     ASSERT_EQ(camera(1).aovs.size(), 2u);
-    for (const Aov& aov : camera(1).aovs) {
-        EXPECT_EQ(aov.width * 100 + aov.height, 6432);
-        ASSERT_EQ(aov.image.floatStore.size(), size_t(64 * 32 * 3));
-        EXPECT_EQ(std::count(aov.image.floatStore.begin(), aov.image.floatStore.end(), 0.0f), 64 * 32 * 3);
-    }
+    for (const Aov& aov : camera(1).aovs) EXPECT_EQ(aov.image.floatStore, std::vector<float>(64 * 32 * 3, 0.0f));
 }
 
-TEST_F(CameraTest, TimeSelectsThePoseAndAnyDifferenceMoves) {
+TEST_F(CameraTest, AnyDifferenceBetweenThePosesMoves) {
     const int still = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
     const int bokeh = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
     lvSetCameraTime(bokeh, 1.0f);
@@ -83,12 +76,6 @@ TEST_F(CameraTest, TimeSelectsThePoseAndAnyDifferenceMoves) {
     const int fov = addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
     lvSetCameraTime(fov, 0.5f);
     lvSetCameraFOV(fov, 30);
-    EXPECT_EQ(camera(fov).poses[0].fieldOfView, 60.0f);
-    EXPECT_EQ(camera(fov).poses[1].fieldOfView, 30.0f);
-    lvSetCameraTime(still, 0.49f);
-    EXPECT_EQ(camera(still).currentPose, 0);
-    lvSetCameraTime(still, std::nanf(""));
-    EXPECT_EQ(camera(still).currentPose, 1);
     prepare();
     EXPECT_EQ(camera(still).moving, 0);
     EXPECT_EQ(camera(bokeh).moving, 1);
@@ -99,10 +86,7 @@ TEST_F(CameraTest, PoseBasisAndDistances) {
     const int c = addCamera(100, 50, {1, 2, 3}, {1, 2, -2}, {0, 3, 0}, 90);
     prepare();
     const CameraPose& p = camera(c).poses[0];
-    expectNear(p.forward, {0, 0, -1}, 1e-6f);
-    expectNear(p.right, {1, 0, 0}, 1e-6f);
-    expectNear(p.up, {0, 1, 0}, 1e-6f);
-    // Row i of the matrix holds component i of right, forward, up.
+    // Right +x, forward -z, up +y: row i of the matrix holds component i of each.
     const float basis[9] = {1, 0, 0, 0, 0, 1, 0, -1, 0};
     for (int k = 0; k < 9; ++k) EXPECT_NEAR(p.basis[k], basis[k], 1e-6f) << k;
     EXPECT_NEAR(p.planeDistance, 50.0f, 1e-3f);
@@ -141,37 +125,20 @@ TEST_F(CameraTest, InterpolationBlendsPoses) {
     EXPECT_EQ(interpolatePose(camera(c), 0.5f).upVector, (Vector{0, 2, 0}));
 }
 
-TEST_F(CameraTest, RayStartValues) {
+// A ray starts at the camera's place at its sample's shutter time, with the
+// sequence of its pixel, which it names for the sky's backdrop.
+TEST_F(CameraTest, RayStartsAtItsShutterTimeWithItsPixelsSequence) {
     const int c = addCamera(40, 20, zero, {0, 0, -1}, {0, 1, 0}, 60);
     lvSetCameraTime(c, 1.0f);
     lvSetCameraPosition(c, 4, 0, 0);
     lvSetCameraTarget(c, 4, 0, -1);
     lvSetCameraSample(c, 4);
-    camera(c).ior = 1.33f;
     prepare();
-    RayState ray;
-    std::memset(&ray, 0x5A, sizeof ray);
+    RayState ray = freshRay();
     generateRay(camera(c), ray, 21, 19, 1);
-    EXPECT_EQ(ray.primitive, 0xFFFFFFFFu);
-    EXPECT_EQ(ray.kind, 255);
-    EXPECT_EQ(ray.throughput, one);
-    EXPECT_EQ(ray.lobe + 10 * ray.earlier_lobe, 66);
-    EXPECT_EQ(ray.split, 4u);
-    EXPECT_FLOAT_EQ(ray.ior, 1.33f);
-    EXPECT_EQ(ray.depth + ray.diffuse_bounces + ray.glossy_bounces + ray.specular_bounces + ray.dimension +
-                  ray.sample_index + ray.thread,
-              0u);
+    expectNear(ray.origin, {1.5f, 0, 0}, 1e-6f);   // sample 1 of 4 sits at time 0.375
     EXPECT_EQ(ray.sequence_key, pixelSequenceKey(registry.sequenceSeed, 21, 19));
     EXPECT_EQ(registry.threadPixelIndex[0], uint32_t(40 * 19 + 21));
-    EXPECT_EQ(registry.pass_index, 1);
-    // Sample 1 of 4 sits at shutter time 0.375.
-    expectNear(ray.origin, {1.5f, 0, 0}, 1e-6f);
-
-    // An unknown projection leaves the direction alone.
-    camera(c).projection = 2;
-    ray.direction = {9, 9, 9};
-    generateRay(camera(c), ray, 0, 0, 0);
-    EXPECT_EQ(ray.direction, (Vector{9, 9, 9}));
 }
 
 TEST_F(CameraTest, PerspectiveRaysStayInsideTheirPixel) {

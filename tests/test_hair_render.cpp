@@ -1,10 +1,10 @@
-#include "geometry/object.h"
 // Hair in rendered scenes: a hair ball in a white furnace, light that a
 // fibre takes from the sky, an emitter and a point light, found by samples
 // or by the fibre's own rays, and photons that go on from fibres.
 #include <tuple>
 #include <vector>
 
+#include "geometry/object.h"
 #include "radiance_scene.h"
 
 namespace {
@@ -142,10 +142,7 @@ TEST_F(HairRender, PhotonsGoOnThroughFibresToTheFloor) {
             rows.push_back({{-3, y, 0.5f}, {-1, y, 0.5f}, {1, y, 0.5f}, {3, y, 0.5f}});
         }
         if (mat) strands(rows, 0.05f, hairShader(0.0f, 1.0f, 0.1f, one));
-        const int sun = lvAddParallelLight();
-        lvSetParallelLightDirection(sun, 0.0f, 0.0f, -1.0f);
-        lvSetParallelLightColor(sun, 2.0f, 2.0f, 2.0f);
-        lvSetParallelLightPhoton(sun, 200000);
+        sun({0, 0, -1}, one * 2.0f, 200000);
         camera({0, 0, 8}, {0, 0, 0}, 10.0f, 4, 1);
         quietly(lvInitialize);
         const Part& floor = registry.objects[size_t(registry.rootObject)].parts[0];

@@ -81,6 +81,20 @@ def light(kind, energy, location=(0.0, 0.0, 3.0), **settings):
     return obj
 
 
+def sunlit_floor():
+    """The plane lit straight down by a sun of 3 W/m^2, 5 below the camera."""
+    floor()
+    camera_above(5.0)
+    light("SUN", 3.0)
+
+
+def world(colour):
+    w = bpy.data.worlds.new("world")
+    w.use_nodes = True
+    w.node_tree.nodes["Background"].inputs["Color"].default_value = (*colour, 1.0)
+    bpy.context.scene.world = w
+
+
 def load(path, shape):
     image = bpy.data.images.load(str(path))
     pixels = np.array(image.pixels[:], dtype=np.float32).reshape(shape)[..., :3]
@@ -120,9 +134,7 @@ def render(tmp_path, passes=()):
 def test_sun_on_a_lambertian_plane_its_passes_and_a_border(tmp_path):
     # Straight down, 3 W/m^2 on albedo 0.5: radiance 0.5 x 3 / pi; the plane
     # lies 5 below the camera and faces up. A border renders its part alone.
-    floor()
-    camera_above(5.0)
-    light("SUN", 3.0)
+    sunlit_floor()
     combined, passes = render(tmp_path, passes=("Depth", "Normal"))
     assert combined.mean() == pytest.approx(0.5 * 3.0 / math.pi, rel=0.02)
     assert passes["Depth"][16, 16, 0] == pytest.approx(5.0, rel=0.01)
@@ -141,47 +153,30 @@ def test_sun_on_a_lambertian_plane_its_passes_and_a_border(tmp_path):
     ("SPOT", 200.0, {"spot_size": math.radians(120.0), "spot_blend": 0.0, "shadow_soft_size": 0.0}),
     ("SUN", 3.0, {}),
     ("AREA", 200.0, {"size": 1.0}),
+    ("WORLD", 0.0, {}),
 ])
 def test_each_light_gives_what_cycles_gives(tmp_path, kind, energy, settings):
     # A wide view; the spot's only under it, where Cycles' spot (which also
-    # dims by the cosine to its axis) is at full strength.
-    floor()
+    # dims by the cosine to its axis) is at full strength. A world of
+    # radiance L all round lights the floor of albedo 0.5 to 0.5 L.
+    floor(size=400.0 if kind == "WORLD" else 40.0)
     # Below the area light, whose back is a black panel to lumivane's camera.
     camera_above(2.5 if kind == "AREA" else 5.0, lens=80.0 if kind == "SPOT" else 20.0)
-    light(kind, energy, **settings)
+    if kind == "WORLD":
+        world((0.2, 0.4, 0.6))
+    else:
+        light(kind, energy, **settings)
     scene = bpy.context.scene
     scene.lumivane.frames = 16
     block = (slice(12, 20), slice(12, 20)) if kind == "SPOT" else (slice(None), slice(None))
-    ours = render(tmp_path)[block].mean()
+    ours = render(tmp_path)[block].mean(axis=(0, 1))
+    if kind == "WORLD":
+        assert ours == pytest.approx([0.1, 0.2, 0.3], rel=0.03)
     scene.render.engine = "CYCLES"
     scene.cycles.samples = 64
     scene.cycles.device = "CPU"
     scene.cycles.use_denoising = False
-    theirs = render(tmp_path)[block].mean()
-    assert ours == pytest.approx(theirs, rel=0.03)
-
-
-def world(colour):
-    w = bpy.data.worlds.new("world")
-    w.use_nodes = True
-    w.node_tree.nodes["Background"].inputs["Color"].default_value = (*colour, 1.0)
-    bpy.context.scene.world = w
-
-
-def test_world_colour_lights_like_cycles(tmp_path):
-    # A sky of radiance L all round lights a lambertian floor of albedo 0.5
-    # to 0.5 L.
-    floor(size=400.0)
-    camera_above(5.0)
-    world((0.2, 0.4, 0.6))
-    scene = bpy.context.scene
-    scene.lumivane.frames = 16
-    ours = render(tmp_path).mean(axis=(0, 1))
-    assert ours == pytest.approx([0.1, 0.2, 0.3], rel=0.03)
-    scene.render.engine = "CYCLES"
-    scene.cycles.samples = 64
-    scene.cycles.use_denoising = False
-    assert ours == pytest.approx(render(tmp_path).mean(axis=(0, 1)), rel=0.03)
+    assert ours == pytest.approx(render(tmp_path)[block].mean(axis=(0, 1)), rel=0.03)
 
 
 def features():
@@ -228,7 +223,9 @@ def features():
     bpy.context.scene.collection.objects.link(curve)
 
 
-def test_features_translate_and_render(tmp_path):
+def test_features_translate_render_and_export(tmp_path):
+    # The exported directory, rendered by the lumivane command, gives the
+    # engine's image.
     features()
     translation = Translation(bpy.context.evaluated_depsgraph_get())
     scene = translation.describe()
@@ -236,14 +233,9 @@ def test_features_translate_and_render(tmp_path):
     assert len(scene["point_lights"]) == 2 and len(scene["parallel_lights"]) == 1
     assert any(s["lambertian_image"] for s in scene["shaders"])
     assert any("Sheen" in warning for warning in translation.warnings)
-    combined = render(tmp_path)
-    assert np.isfinite(combined).all() and combined.mean() > 0.01
-
-
-def test_exported_directory_renders_the_same_image(tmp_path):
-    features()
     bpy.context.scene.lumivane.frames = 16
     engine_image = render(tmp_path)
+    assert np.isfinite(engine_image).all() and engine_image.mean() > 0.01
     directory = tmp_path / "exported"
     assert bpy.ops.export_scene.lumivane(directory=str(directory)) == {"FINISHED"}
     subprocess.run([LUMIVANE, str(directory)], check=True, stdout=subprocess.DEVNULL)
@@ -253,18 +245,14 @@ def test_exported_directory_renders_the_same_image(tmp_path):
 
 
 def test_cancelled_render_ends_without_error(tmp_path, monkeypatch):
-    floor()
-    camera_above()
-    light("SUN", 3.0)
+    sunlit_floor()
     bpy.context.scene.lumivane.frames = 1000
     monkeypatch.setattr(engine.LumivaneRenderEngine, "test_break", lambda self: True, raising=False)
     render(tmp_path)
 
 
 def test_a_child_that_dies_is_an_error_and_blender_goes_on(tmp_path, monkeypatch):
-    floor()
-    camera_above()
-    light("SUN", 3.0)
+    sunlit_floor()
     bpy.context.scene.lumivane.frames = 100000
     start = engine.start_child
 

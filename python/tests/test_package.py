@@ -1,6 +1,6 @@
 """The package itself: every exported function under its own name, numpy
 arrays and matrices for the C arrays, one pass into an array, the images
-read back the right way up, and where the library is found."""
+read back the right way up."""
 
 import subprocess
 
@@ -8,7 +8,6 @@ import numpy as np
 import pytest
 
 import lumivane as lv
-from lumivane.library import find_library
 
 
 def test_every_exported_function_is_wrapped():
@@ -80,10 +79,3 @@ def test_arrays_matrices_passes_and_images(scratch, capfd):
     np.testing.assert_allclose(lv.read_image(scratch / "emission.hdr"), expected, rtol=0.01)
     report = capfd.readouterr().out
     assert "camera sensor width  " + "8".rjust(16) + " [ pixels ]" in report
-
-
-def test_the_library_is_found_through_the_environment(monkeypatch, tmp_path):
-    monkeypatch.setenv("LUMIVANE_LIBRARY", str(tmp_path))
-    assert find_library() == str(tmp_path / "liblv.so")
-    monkeypatch.setenv("LUMIVANE_LIBRARY", "/opt/lv/liblv.so.0")
-    assert find_library() == "/opt/lv/liblv.so.0"
