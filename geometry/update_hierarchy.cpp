@@ -388,7 +388,11 @@ WideNode emptyWideNode() {
 }
 
 void computeInstanceMatrices(Instance& instance) {
-    // The inverse by cofactors, for any invertible 4x4 matrix.
+    // The inverse by cofactors, for any invertible 4x4 matrix. It stays
+    // written out here: in this function the compiler pairs some of its
+    // products and sums into fused add-subtract instructions, even with
+    // -ffp-contract=off, and the placements of rotated instances depend on
+    // those bits; the same lines compiled anywhere else round differently.
     const float* m = instance.toWorld;
     float inv[16];
     inv[0] = m[5] * m[10] * m[15] - m[5] * m[11] * m[14] - m[9] * m[6] * m[15] + m[9] * m[7] * m[14] +
@@ -440,15 +444,13 @@ void computeInstanceMatrices(Instance& instance) {
 Bbox transformedBox(const float m[16], const Bbox& box) {
     Bbox result;
     for (int corner = 0; corner < 8; ++corner) {
-        const float x = (corner & 1) ? box.max[0] : box.min[0];
-        const float y = (corner & 2) ? box.max[1] : box.min[1];
-        const float z = (corner & 4) ? box.max[2] : box.min[2];
-        const float w = m[12] * x + m[13] * y + m[14] * z + m[15];
-        const float p[3] = {(m[0] * x + m[1] * y + m[2] * z + m[3]) / w, (m[4] * x + m[5] * y + m[6] * z + m[7]) / w,
-                            (m[8] * x + m[9] * y + m[10] * z + m[11]) / w};
+        const Vector p = transformPoint(m, {(corner & 1) ? box.max[0] : box.min[0],
+                                            (corner & 2) ? box.max[1] : box.min[1],
+                                            (corner & 4) ? box.max[2] : box.min[2]});
+        const float q[3] = {p.x, p.y, p.z};
         for (int k = 0; k < 3; ++k) {
-            result.min[k] = p[k] < result.min[k] ? p[k] : result.min[k];
-            result.max[k] = p[k] > result.max[k] ? p[k] : result.max[k];
+            result.min[k] = q[k] < result.min[k] ? q[k] : result.min[k];
+            result.max[k] = q[k] > result.max[k] ? q[k] : result.max[k];
         }
     }
     return result;
