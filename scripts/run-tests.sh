@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds lumivane with its tests and runs the whole suite under CTest.
+# Builds lumivane with its tests, checks that its layers stand on each other,
+# and runs the whole suite under CTest.
 # After the C tests, pytest runs the tests of the Python package (python/),
 # then those of the Blender add-on (blender/) inside Blender.
 # With --sanitize the build uses AddressSanitizer and UndefinedBehaviorSanitizer,
@@ -36,6 +37,10 @@ elif [ "${1:-}" = "--thread" ]; then
 fi
 mkdir -p "$dir"
 lv_build "$dir" "${flags[@]}"
+# The layers of docs/architecture.md: no include and no call from a folder
+# to one above it (the self-test plants one and expects it found).
+python3 "$lv_root/scripts/check-layers.py" --self-test
+python3 "$lv_root/scripts/check-layers.py" --objects "$dir"
 cd "$dir"
 ctest --output-on-failure -j "$(nproc)"
 # The Python package, installed as a user installs it into a virtual
