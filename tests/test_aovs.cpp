@@ -36,24 +36,18 @@ protected:
         for (Color c : pixels(image)) s += c.x + c.y + c.z;
         return s;
     }
-    // Every pixel of `a` equals that of `b` within `relative` of the larger.
-    static void expectSamePixels(const std::vector<Color>& a, const ImageRecord& b, float relative) {
-        const std::vector<Color> q = pixels(b);
-        ASSERT_EQ(a.size(), q.size());
-        ASSERT_FALSE(a.empty());
-        for (size_t i = 0; i < a.size(); ++i)
+    // Every pixel of the sum of `parts` equals that of `whole` within `relative` of the larger.
+    static void expectSumIs(std::initializer_list<const ImageRecord*> parts, const ImageRecord& whole, float relative) {
+        const std::vector<Color> q = pixels(whole);
+        ASSERT_FALSE(q.empty());
+        std::vector<Color> p(q.size(), zero);
+        for (const ImageRecord* part : parts) {
+            ASSERT_EQ(pixels(*part).size(), q.size());
+            for (size_t i = 0; i < p.size(); ++i) p[i] += FetchPixel(*part, int(i));
+        }
+        for (size_t i = 0; i < p.size(); ++i)
             for (float Color::*k : {&Color::x, &Color::y, &Color::z})
-                ASSERT_NEAR(a[i].*k, q[i].*k, relative * std::max(a[i].*k, q[i].*k) + 1e-7f) << "pixel " << i;
-    }
-    static std::vector<Color> added(const ImageRecord& a, const ImageRecord& b) {
-        std::vector<Color> p = pixels(a), q = pixels(b);
-        for (size_t i = 0; i < p.size() && i < q.size(); ++i) p[i] += q[i];
-        return p;
-    }
-    // A lambertian floor seen from above, from a camera that renders it all.
-    int floorCamera(Color color, int size, int frames) {
-        square(0.0f, 20.0f, shader(color));
-        return camera({0, 0, 4}, {0, 0, 0}, 60.0f, size, frames);
+                ASSERT_NEAR(p[i].*k, q[i].*k, relative * std::max(p[i].*k, q[i].*k) + 1e-7f) << "pixel " << i;
     }
 };
 
@@ -61,12 +55,11 @@ protected:
 // lambertian AOV holds its own light, the two differ from pixel to pixel,
 // and together they are the beauty image (whose bounces find nothing).
 TEST_F(AovTest, TwoPointLightsSplitTheBeauty) {
-    floorCamera({0.5f, 0.25f, 1.0f}, 8, 3);
+    square(0.0f, 20.0f, shader({0.5f, 0.25f, 1.0f}));
+    camera({0, 0, 4}, {0, 0, 0}, 60.0f, 8, 3);
     int aov[2];
     for (int k = 0; k < 2; ++k) {
-        const int light = lvAddPointLight();
-        lvSetPointLightPosition(light, k ? 2.0f : -2.0f, 0.0f, 1.0f);
-        lvSetPointLightColor(light, 3, 3, 3);
+        const int light = pointLight({k ? 2.0f : -2.0f, 0.0f, 1.0f}, one * 3.0f);
         aov[k] = lvAddPointLightAOV(light);
         lvSetPointLightAOVChannel(light, aov[k], LV_CHANNEL_LAMBERTIAN);   // word 5: bit 4 still serves
         EXPECT_EQ(registry.pointLights[size_t(light)].aovs[size_t(aov[k])].channel, 5u);
@@ -74,7 +67,7 @@ TEST_F(AovTest, TwoPointLightsSplitTheBeauty) {
     const ImageRecord& beauty = renderPasses();
     const ImageRecord& left = registry.pointLights[0].aovs[size_t(aov[0])].image;
     const ImageRecord& right = registry.pointLights[1].aovs[size_t(aov[1])].image;
-    expectSamePixels(added(left, right), beauty, 1e-5f);
+    expectSumIs({&left, &right}, beauty, 1e-5f);
     EXPECT_GT(pixel(left, 1, 4).x, 3.0f * pixel(right, 1, 4).x);
     EXPECT_GT(pixel(right, 6, 4).x, 3.0f * pixel(left, 6, 4).x);
     EXPECT_GT(pixel(left, 1, 4).x, 0.0f);
@@ -82,19 +75,17 @@ TEST_F(AovTest, TwoPointLightsSplitTheBeauty) {
 
 // With the sky alone lighting the floor, the sky's AOV gathers its samples
 // and the bounces that found it, and the pixels that see only the sky: the
-// beauty image again. A parallel light's AOV without the glossy bit stays
-// black on a surface that has only a glossy layer.
+// beauty image again.
 TEST_F(AovTest, SkyAloneLightsAndItsAovIsTheBeauty) {
     registry.skyLight.color = {0.5f, 0.75f, 1.0f};
-    lvSetSkyLightSample(8);
-    lvSetRendererRayDepth(2);
+    lvSetSkyLightSample(8), lvSetRendererRayDepth(2);
     square(0.0f, 1.0f, shader({0.5f, 0.5f, 0.5f}));
     camera({0, 0, 4}, {0, 0, 0}, 40.0f, 8, 4);
     const int sky = lvAddSkyLightAOV();
     lvSetSkyLightAOVChannel(sky, LV_CHANNEL_LAMBERTIAN);
     const ImageRecord& beauty = renderPasses();
     const ImageRecord& aov = registry.skyLightAOVs[size_t(sky)].image;
-    expectSamePixels(pixels(aov), beauty, 1e-5f);
+    expectSumIs({&aov}, beauty, 1e-5f);
     EXPECT_NEAR(pixel(aov, 0, 0).z, 1.0f, 1e-6f);   // the sky itself, seen past the floor
     EXPECT_GT(pixel(aov, 4, 4).x, 0.1f);
 }
@@ -106,18 +97,13 @@ TEST_F(AovTest, SkyAloneLightsAndItsAovIsTheBeauty) {
 // direct term of the beauty image, which path tracing finds.
 TEST_F(AovTest, PhotonsSeenByTheCameraMatchTheGlossyLight) {
     const int floor = shader(zero);
-    lvSetSurfaceColor(floor, 0, LV_ELEMENT_GLOSSY, 0.5f, 0.5f, 0.5f);
-    lvSetSurfaceColor(floor, 0, LV_ELEMENT_ROUGHNESS, 0.3f, 0.3f, 0.3f);
-    lvSetSurfaceColor(floor, 0, LV_ELEMENT_IOR, 1000, 1000, 1000);
+    glossy(floor, 0.5f, 0.3f, 1000.0f);
     square(0.0f, 1.0f, floor);
     const int c = camera({0, -2, 2}, {0, 0, 0}, 60.0f, 16, 16);
     const int paths = lvAddCameraAOV(c), mixed = lvAddCameraAOV(c);
     lvSetCameraAOVChannel(c, paths, LV_CHANNEL_LIGHT_PATH);
     lvSetCameraAOVChannel(c, mixed, Channel(LV_CHANNEL_LIGHT_PATH | LV_CHANNEL_NORMAL));
-    const int light = lvAddPointLight();
-    lvSetPointLightPosition(light, 0, 1, 1);
-    lvSetPointLightColor(light, 1, 1, 1);
-    lvSetPointLightPhoton(light, 400000);
+    lvSetPointLightPhoton(pointLight({0, 1, 1}, one), 400000);
     const ImageRecord& beauty = renderPasses();
     const ImageRecord& image = registry.cameras[0].aovs[size_t(paths)].image;
     EXPECT_NEAR(sum(image), sum(beauty), 0.03f * sum(beauty));
@@ -134,26 +120,24 @@ TEST_F(AovTest, PhotonsSeenByTheCameraMatchTheGlossyLight) {
 TEST_F(AovTest, SceneFilesAskForAovsByType) {
     const std::string pose = " pose\n  position 0 0 4\n  target 0 0 0\n  up_vector 0 1 0\n  field_of_view 30\n end\n";
     writeFile(dir / "render/render.lv", "render\n sample 4\nend\n");
-    writeFile(dir / "camera/camera.lv",
-              "camera\n resolution 8 8\n sample 4\n" + pose + pose +
-                  " aov\n  image \"normal.pfm\"\n  type \"normal\"\n end\n"
-                  " aov\n  image \"depth.pfm\"\n  type \"depth\"\n end\n"
-                  " aov\n  image \"color.pfm\"\n  type \"lambertian_color\"\n end\n"
-                  "end\n");
-    const auto lamp = [](const char* name, const char* power) {
+    const auto aov = [](const std::string& image, const std::string& type, const std::string& shader = "") {
+        return " aov\n  image \"" + image + "\"\n  type \"" + type + "\"\n" +
+               (shader.empty() ? "" : "  shader \"" + shader + "\"\n") + " end\n";
+    };
+    writeFile(dir / "camera/camera.lv", "camera\n resolution 8 8\n sample 4\n" + pose + pose +
+                                            aov("normal.pfm", "normal") + aov("depth.pfm", "depth") +
+                                            aov("color.pfm", "lambertian_color") + "end\n");
+    const auto emitter = [](const char* name, const char* power) {
         return std::string("shader\n name \"") + name + "\"\n surface_shader\n  emissive\n   color " + power +
                "\n  end\n end\nend\n";
     };
     writeFile(dir / "shader/shaders.lv",
               "shader\n name \"floor\"\n surface_shader\n  lambertian\n   color 0.25 0.5 0.75\n  end\n end\nend\n" +
-                  lamp("lampA", "4 4 4") + lamp("lampB", "1 1 1"));
-    const auto filtered = [](const char* image, const char* shader) {
-        return std::string(" aov\n  image \"") + image + "\"\n  type \"lambertian\"\n  shader \"" + shader +
-               "\"\n end\n";
-    };
-    writeFile(dir / "light/lamps.lv", "sky_light\n color 0 0 0\n photon 0\nend\ngeometry_light\n sample 0\n photon 0\n" + filtered("a.pfm", "lampA") +
-                                          filtered("b.pfm", "lampB") + filtered("none.pfm", "no such shader") +
-                                          " aov\n  image \"all.pfm\"\n  type \"lambertian\"\n end\nend\n");
+                  emitter("lampA", "4 4 4") + emitter("lampB", "1 1 1"));
+    writeFile(dir / "light/lamps.lv", "sky_light\n color 0 0 0\n photon 0\nend\ngeometry_light\n sample 0\n photon 0\n" +
+                                          aov("a.pfm", "lambertian", "lampA") + aov("b.pfm", "lambertian", "lampB") +
+                                          aov("none.pfm", "lambertian", "no such shader") +
+                                          aov("all.pfm", "lambertian") + "end\n");
     // The floor, and a lamp on each side above it, facing down, out of view.
     writeFile(dir / "geometry/scene.obj",
               "v -20 -20 0\nv 20 -20 0\nv 20 20 0\nv -20 20 0\n"
@@ -181,8 +165,8 @@ TEST_F(AovTest, SceneFilesAskForAovsByType) {
 
     const ImageRecord a = read("a.pfm"), b = read("b.pfm"), none = read("none.pfm"), all = read("all.pfm");
     const ImageRecord beauty = read("beauty.hdr");
-    expectSamePixels(added(a, b), all, 1e-5f);
-    expectSamePixels(pixels(none), all, 0.0f);
+    expectSumIs({&a, &b}, all, 1e-5f);
+    expectSumIs({&none}, all, 0.0f);
     EXPECT_GT(sum(a), 2.5f * sum(b));
     EXPECT_LT(sum(a), 6.0f * sum(b));
     // The beauty image went through shared-exponent bytes.

@@ -18,25 +18,16 @@ class FrameTest : public SceneTest {
 protected:
     static void prepare(int sample, int left = 0, int top = 0, int right = 1048576, int bottom = 1048576) {
         const int c = lvAddCamera();
-        lvSetCameraResolution(c, kWidth, kHeight);
-        lvSetCameraSample(c, sample);
+        lvSetCameraResolution(c, kWidth, kHeight), lvSetCameraSample(c, sample);
         lvSetCameraRegion(c, left, top, right, bottom);
-        for (float t : {0.0f, 1.0f}) {
-            lvSetCameraTime(c, t);
-            lvSetCameraTarget(c, 0, 0, -1);
-            lvSetCameraUpVector(c, 0, 1, 0);
-            lvSetCameraFOV(c, 60);
-        }
+        for (float t : {0.0f, 1.0f})
+            lvSetCameraTime(c, t), lvSetCameraTarget(c, 0, 0, -1), lvSetCameraUpVector(c, 0, 1, 0), lvSetCameraFOV(c, 60);
         quietly(lvInitialize);
         // The preparation lifts a negative clamp to 0, so it is set afterwards.
-        registry.clamp[0] = kSample.x;
-        registry.clamp[1] = kSample.y;
-        registry.clamp[2] = kSample.z;
+        registry.clamp[0] = kSample.x, registry.clamp[1] = kSample.y, registry.clamp[2] = kSample.z;
     }
     static ImageRecord& beauty() { return registry.cameras[0].aovs[0].image; }
-    static void fill(Color v) {
-        for (int i = 0; i < kWidth * kHeight; ++i) StorePixel(beauty(), i, v);
-    }
+    static void fill(Color v) { for (int i = 0; i < kWidth * kHeight; ++i) StorePixel(beauty(), i, v); }
     // Every pixel inside the region [2, 6) x [1, 3) holds `inside`, every other one `outside`;
     // without `inRegion`, every pixel holds `inside`.
     static void expectImage(Color inside, Color outside = kFill, bool inRegion = true) {

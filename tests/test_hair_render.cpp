@@ -4,7 +4,6 @@
 #include <tuple>
 #include <vector>
 
-#include "geometry/object.h"
 #include "radiance_scene.h"
 
 namespace {
@@ -15,9 +14,7 @@ protected:
     // lambertian part and the medium's transmittance as the fibres' colour.
     static int hairShader(float lambertian, float glossy, float roughness, Color transmittance) {
         const int s = shader(one * lambertian);
-        lvSetSurfaceColor(s, 0, LV_ELEMENT_GLOSSY, glossy, glossy, glossy);
-        lvSetSurfaceColor(s, 0, LV_ELEMENT_ROUGHNESS, roughness, roughness, roughness);
-        lvSetSurfaceColor(s, 0, LV_ELEMENT_IOR, 1.55f, 1.55f, 1.55f);
+        RadianceScene::glossy(s, glossy, roughness, 1.55f);
         lvSetSurfaceMaterial(s, 0, LV_MATERIAL_SOLID);
         registry.shaders[size_t(s)].volume.transmittance = transmittance;   // a scene file's volume_shader
         return s;
@@ -27,10 +24,7 @@ protected:
         const int part = lvAddPart(object_);
         int base = 0;
         for (const std::vector<Vector>& points : list) {
-            for (const Vector& p : points) {
-                lvAddPositions(object_, part, 1, &p.x);
-                lvAddRadii(object_, part, 1, &radius);
-            }
+            for (const Vector& p : points) lvAddPositions(object_, part, 1, &p.x), lvAddRadii(object_, part, 1, &radius);
             for (int k = base; k + 1 < base + int(points.size()); ++k) lvAddCylinders(object_, part, 1, &k);
             base += int(points.size());
         }
@@ -59,12 +53,10 @@ TEST_F(HairRender, ClearHairBallInAWhiteFurnaceStaysWithinTheSkysRadiance) {
     }
     double means[3];   // cover, bounces alone, sky sampled
     for (int pass = 0; pass < 3; ++pass) {
-        lvSetRendererSample(256);
-        lvSetRendererBounce(4);
-        lvSetRendererRayDepth(6);
+        lvSetRendererSample(256), lvSetRendererBounce(4), lvSetRendererRayDepth(6);
         registry.skyLight.color = one;
         registry.skyLight.backdrop = memoryImage(4, 4, [](float, float) { return zero; });
-        if (pass == 2) registry.skyLight.image = memoryImage(64, 32, [](float, float) { return one; });
+        if (pass == 2) skyImage([](float, float) { return one; });
         strands(ball, 0.005f, pass == 0 ? shader(zero, one) : hairShader(0.0f, 1.0f, 0.1f, one));
         camera({0, 0, 4}, {0, 0, 0}, 6.0f, 16, pass == 0 ? 64 : 4);
         means[pass] = rowMean(render(), 0, 16).x;
@@ -93,23 +85,14 @@ TEST_F(HairRender, LightOnAFibreIsTheSameFoundBySamplesOrByItsRays) {
         strands({{{-2, 0, 0}, {-0.5f, 0, 0}, {0.5f, 0, 0}, {2, 0, 0}}}, 0.1f,
                 hairShader(0.3f, 0.7f, 0.15f, {0.8f, 0.6f, 0.35f}));
         if (light == kSkyRays || light == kSkySampled) registry.skyLight.color = one;
-        if (light == kSkySampled) registry.skyLight.image = memoryImage(64, 32, [](float, float) { return one; });
+        if (light == kSkySampled) skyImage([](float, float) { return one; });
         // The small lamp takes many samples, so that the fibre's rays, which
         // seldom find it, carry little of its light.
         lvSetGeometryLightSample(light == kLampRays ? 0 : light == kSmallLamp ? 256 : 16);
         const float h = light == kSmallLamp ? 0.05f : 1.0f, L = light == kSmallLamp ? 400.0f : 4.0f;
-        if (light == kLampRays || light == kLampSampled || light == kSmallLamp) {
-            const int lamp = shader(zero, one * L);
-            lvSetSurfaceVirtualLight(lamp, 0, true);
-            quad({-h, -h, 1.5f}, {-h, h, 1.5f}, {h, h, 1.5f}, {h, -h, 1.5f}, lamp);   // facing down
-        }
-        if (light == kPoint) {
-            const int point = lvAddPointLight();
-            const float c = 400.0f * 0.01f / kPi;
-            lvSetPointLightPosition(point, 0, 0, 1.5f);
-            lvSetPointLightColor(point, c, c, c);
-            lvSetPointLightInnerAngle(point, 179.0f);   // no spot
-        }
+        if (light == kLampRays || light == kLampSampled || light == kSmallLamp)
+            quad({-h, -h, 1.5f}, {-h, h, 1.5f}, {h, h, 1.5f}, {h, -h, 1.5f}, lamp(one * L));   // facing down
+        if (light == kPoint) pointLight({0, 0, 1.5f}, one * (400.0f * 0.01f / kPi));
         camera({0, -4, 0.3f}, {0, 0, 0}, 5.0f, 32, 8);
         means[light] = rowMean(render(), 10, 22);
         restart();
@@ -133,8 +116,7 @@ TEST_F(HairRender, LightOnAFibreIsTheSameFoundBySamplesOrByItsRays) {
 TEST_F(HairRender, PhotonsGoOnThroughFibresToTheFloor) {
     double inner[2];
     for (bool mat : {false, true}) {
-        lvSetRendererDistance(0.01f);
-        lvSetRendererResolution(16.0f / 400.0f);
+        lvSetRendererDistance(0.01f), lvSetRendererResolution(16.0f / 400.0f);
         square(0.0f, 2.0f, shader(one * 0.5f));
         std::vector<std::vector<Vector>> rows;
         for (int k = -15; mat && k <= 15; ++k) {
@@ -145,12 +127,7 @@ TEST_F(HairRender, PhotonsGoOnThroughFibresToTheFloor) {
         sun({0, 0, -1}, one * 2.0f, 200000);
         camera({0, 0, 8}, {0, 0, 0}, 10.0f, 4, 1);
         quietly(lvInitialize);
-        const Part& floor = registry.objects[size_t(registry.rootObject)].parts[0];
-        const uint32_t n = floor.tetragonCellResolution[0], m = n - 2 * (n / 8);
-        inner[mat] = 0.0;
-        for (uint32_t a = n / 8; a < n - n / 8; ++a)
-            for (uint32_t b = n / 8; b < n - n / 8; ++b)
-                inner[mat] += floor.tetragonCellsFront[a * n + b].x / double(m * m);
+        inner[mat] = innerCellMean(registry.objects[size_t(registry.rootObject)].parts[0].tetragonCellResolution[0] / 8);
         restart();
     }
     EXPECT_NEAR(inner[0], 1.0, 0.02);   // albedo 0.5 times the light's 2

@@ -1,9 +1,7 @@
 // Light found by sampling the sky and the emitters, weighed against the light
-// that bounces find: with sampling on or off the same scene renders the same
-// value within noise, the value that physics fixes where it is known, and
-// sampling leaves far less noise.
+// that bounces find: with sampling on or off a scene renders the same value,
+// the one physics fixes where known, and sampling leaves far less noise.
 #include <cmath>
-#include <functional>
 #include <random>
 
 #include "lights/sky_light.h"
@@ -13,10 +11,6 @@ namespace {
 
 class LightSampling : public RadianceScene {
 protected:
-    // A sky image held in memory, so that the sky stage finds it loaded.
-    static void skyImage(const std::function<Color(float u, float v)>& f) {
-        registry.skyLight.image = memoryImage(64, 32, f);
-    }
     // Mean and variance of the red channel over the pixels of an image.
     static std::pair<double, double> moments(const ImageRecord& image) {
         double sum = 0.0, squares = 0.0;
@@ -36,46 +30,33 @@ protected:
 };
 
 // A floor that reflects a and lets through t diffusely, under a sky of
-// radiance 1 all round, shows a + t; with the sky sampled through a constant
-// image, or found by bounces alone, alike. With a glossy layer on top the
-// two ways agree too.
+// radiance 1 all round, shows a + t, whether a constant sky image is sampled
+// or bounces alone find it. With a glossy layer on top the two agree too.
 TEST_F(LightSampling, FurnaceSkyGivesTheAlbedoWithAndWithoutSampling) {
-    for (bool glossy : {false, true}) {
+    for (bool coated : {false, true}) {
         double means[2];
         for (bool sampled : {false, true}) {
-            SCOPED_TRACE(testing::Message() << (sampled ? "sampled" : "bounces alone") << (glossy ? ", glossy" : ""));
-            lvSetRendererSample(64);
-            registry.skyLight.color = one;
+            SCOPED_TRACE(testing::Message() << (sampled ? "sampled" : "bounces alone") << (coated ? ", glossy" : ""));
+            lvSetRendererSample(64), registry.skyLight.color = one;
             if (sampled) skyImage([](float, float) { return one; });
             const int s = shader(one * 0.5f);
-            lvSetSurfaceColor(s, 0, LV_ELEMENT_TRANSMISSIVE, 0.25f, 0.25f, 0.25f);
-            if (glossy) {
-                lvSetSurfaceColor(s, 0, LV_ELEMENT_GLOSSY, 0.2f, 0.2f, 0.2f);
-                lvSetSurfaceColor(s, 0, LV_ELEMENT_ROUGHNESS, 0.3f, 0.3f, 0.3f);
-                lvSetSurfaceColor(s, 0, LV_ELEMENT_IOR, 1.5f, 1.5f, 1.5f);
-            }
+            grey(s, LV_ELEMENT_TRANSMISSIVE, 0.25f);
+            if (coated) glossy(s, 0.2f, 0.3f, 1.5f);
             means[sampled] = moments(floorUnderSky(s, 8, 2)).first;
-            if (!glossy) {
-                EXPECT_NEAR(means[sampled], 0.75, 0.01);
-            }
+            EXPECT_TRUE(coated || std::fabs(means[sampled] - 0.75) < 0.01) << means[sampled];
             restart();
         }
-        EXPECT_NEAR(means[1], means[0], 0.015 * means[0]) << (glossy ? "glossy" : "diffuse");
+        EXPECT_NEAR(means[1], means[0], 0.015 * means[0]) << (coated ? "glossy" : "diffuse");
     }
 }
 
-// A small bright sun in a dim sky: both ways agree on the floor's value
-// within their noise, and the sampled one has far less variance from pixel to
-// pixel.
+// A small bright sun in a dim sky: both ways agree on the floor's value within
+// their noise, and the sampled one varies far less from pixel to pixel.
 TEST_F(LightSampling, SunIsFoundWithLessNoiseBySampling) {
     double means[2], variances[2];
     for (int sampled : {0, 1}) {
-        lvSetRendererSample(16);
-        registry.skyLight.color = one;
-        skyImage([](float u, float v) {
-            const float du = u - 0.3f, dv = v - 0.25f;
-            return du * du + dv * dv < 0.004f ? Color{200, 200, 200} : Color{0.2f, 0.2f, 0.2f};
-        });
+        lvSetRendererSample(16), registry.skyLight.color = one;
+        sunInSky(0.3f, 0.25f, 0.004f, one * 200.0f, one * 0.2f);
         lvSetSkyLightSample(sampled ? 64 : 0);
         std::tie(means[sampled], variances[sampled]) = moments(floorUnderSky(shader(one * 0.5f), 16, 4));
         restart();
@@ -85,33 +66,24 @@ TEST_F(LightSampling, SunIsFoundWithLessNoiseBySampling) {
     EXPECT_LT(variances[1], 0.25 * variances[0]);
 }
 
-// Light sampled and light found by bounces alone give the same image past
-// the first hit too, where one sample stands for the light and the lobes
-// that led there carry the path's throughput: a ball on the ground under a
-// sun in a dim sky, and the room under its lamp, at one, two and four
-// bounces.
+// Light sampled and light found by bounces alone agree past the first hit
+// too, where one sample stands for the light and the lobes that led there
+// carry the path's throughput: a ball on the ground under a sun in a dim sky,
+// and the room under its lamp, at one, two and four bounces.
 TEST_F(LightSampling, SampledAndUnsampledLightsAgreeAtEveryBounce) {
     for (int bounce : {1, 2, 4}) {
         SCOPED_TRACE(bounce);
         double sky[2], lamp[2];
         for (int sampled : {0, 1}) {
-            lvSetRendererSample(256);
-            lvSetRendererBounce(bounce);
-            registry.skyLight.color = one;
-            skyImage([](float u, float v) {
-                const float du = u - 0.3f, dv = v - 0.25f;
-                return du * du + dv * dv < 0.01f ? Color{8, 8, 8} : Color{0.2f, 0.2f, 0.2f};
-            });
+            lvSetRendererSample(256), lvSetRendererBounce(bounce), registry.skyLight.color = one;
+            sunInSky(0.3f, 0.25f, 0.01f, one * 8.0f, one * 0.2f);
             lvSetSkyLightSample(sampled ? 64 : 0);
             square(0.0f, 1000.0f, shader(one * 0.5f));
             sphere({0, 0, 1}, 1.0f, shader(one * 0.5f));
             camera({0, -6, 3}, {0, 0, 0.8f}, 40.0f, 32, 256);
             sky[sampled] = imageMean(render());
             restart();
-
-            lvSetRendererSample(256);
-            lvSetRendererBounce(bounce);
-            lvSetGeometryLightSample(sampled ? 16 : 0);
+            lvSetRendererSample(256), lvSetRendererBounce(bounce), lvSetGeometryLightSample(sampled ? 16 : 0);
             room(12.0f);
             camera({0, -3.4f, 0}, {0, 0, 0}, 40.0f, 32, 1024);
             lamp[sampled] = imageMean(render());
@@ -126,12 +98,8 @@ TEST_F(LightSampling, SampledAndUnsampledLightsAgreeAtEveryBounce) {
 // the integral of the image as its lookup places it (texel i of a row at
 // u = i / width), through the cube's texels, their densities and weights.
 TEST_F(LightSampling, FloorUnderASkyImageTakesItsIrradiance) {
-    lvSetRendererSample(64);
-    registry.skyLight.color = one;
-    skyImage([](float u, float v) {
-        const float du = u - 0.6f, dv = v - 0.3f;
-        return du * du + dv * dv < 0.003f ? Color{60, 50, 40} : Color{0.3f, 0.4f, 0.5f};
-    });
+    lvSetRendererSample(64), registry.skyLight.color = one;
+    sunInSky(0.6f, 0.3f, 0.003f, {60, 50, 40}, {0.3f, 0.4f, 0.5f});
     square(0.0f, 1000.0f, shader(one));
     camera({0, 0, 5}, {0, 0, 0}, 20.0f, 16, 64);
     quietly(lvInitialize);
@@ -143,9 +111,9 @@ TEST_F(LightSampling, FloorUnderASkyImageTakesItsIrradiance) {
     for (int i = 0; i < n; ++i)
         for (int j = 0; j < 4 * n; ++j) {
             const double theta = (i + 0.5) * step, phi = (j + 0.5) * step;
-            const Vector d{float(std::sin(theta) * std::cos(phi)), float(std::sin(theta) * std::sin(phi)),
-                           float(std::cos(theta))};
-            irradiance += skyRadiance(d) * float(std::cos(theta) * std::sin(theta) * step * step);
+            const double s = std::sin(theta), c = std::cos(theta);
+            const Vector d{float(s * std::cos(phi)), float(s * std::sin(phi)), float(c)};
+            irradiance += skyRadiance(d) * float(c * s * step * step);
         }
     quietly(lvRender);
     expectMean(registry.cameras[0].aovs[0].image, 0, 16, irradiance * kInvPi, 0.005f);
@@ -162,36 +130,29 @@ TEST_F(LightSampling, FloorUnderASkyImageTakesItsIrradiance) {
 // same wall, which see nearly the same lamp.
 TEST_F(LightSampling, EmitterSampledOrNotGivesTheFormFactor) {
     const float X = 1.0f, s = std::sqrt(1.0f + X * X), F = 4.0f * (X / s) * std::atan(1.0f / s) / kPi;
-    const struct {
-        int samples, frames;
-        float diffusion;
-    } cases[] = {{0, 4, 0.0f}, {16, 4, 0.0f}, {2, 32, 0.0f}, {16, 4, 0.002f}};
+    const struct { int samples, frames; float diffusion; } cases[] = {
+        {0, 4, 0.0f}, {16, 4, 0.0f}, {2, 32, 0.0f}, {16, 4, 0.002f}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.samples << " samples, diffusion " << c.diffusion);
-        lvSetRendererSample(c.samples ? 64 : 512);
-        lvSetGeometryLightSample(c.samples);
+        lvSetRendererSample(c.samples ? 64 : 512), lvSetGeometryLightSample(c.samples);
         const int wall = shader(one * 0.5f);
-        lvSetSurfaceColor(wall, 0, LV_ELEMENT_DIFFUSION, c.diffusion, c.diffusion, c.diffusion);
+        grey(wall, LV_ELEMENT_DIFFUSION, c.diffusion);
         square(0.0f, 20.0f, wall);
-        const int lamp = shader(zero, {1, 1, 1});
-        lvSetSurfaceVirtualLight(lamp, 0, true);
-        square(2.0f, 2.0f, lamp, false);
+        square(2.0f, 2.0f, lamp(one), false);
         camera({0, 0, 1}, {0, 0, 0}, 6.0f, 16, c.frames);
         expectMean(render(), 4, 12, one * (0.5f * F), 0.02f);
         restart();
     }
 }
 
-// A wall lit at grazing angles by a lamp above it, whose far half lies
-// behind the wall's plane, takes the light that the lamp's radiance
-// integrated over its area gives; so does the same wall turned about the
-// vertical, whose corners are no longer exact floats. A hit lies a rounding
-// error off the plane: a shadow ray that did not skip the wall it leaves would
-// stop on it for many samples.
+// A wall lit at grazing angles by a lamp whose far half lies behind the
+// wall's plane takes the lamp's radiance integrated over its area; so does
+// the wall turned about the vertical, its corners no longer exact floats. A
+// hit lies a rounding error off the plane: a shadow ray that did not skip
+// the wall it leaves would stop on it for many samples.
 TEST_F(LightSampling, WallUnderGrazingLampTakesTheIntegratedLight) {
-    // The point that the camera sees, with the lamp at y = 1.98 over x in
-    // [-0.4, 0.4] and z in [-0.3, 0.5], radiance 11, facing down; the wall
-    // is the plane z = 0 with albedo 0.5.
+    // The point the camera sees; the lamp at y = 1.98 over x in [-0.4, 0.4], z
+    // in [-0.3, 0.5], radiance 11, facing down; the wall z = 0, albedo 0.5.
     const Vector P{0, 0.6f, 0};
     double E = 0.0;
     const int n = 400;
@@ -208,10 +169,8 @@ TEST_F(LightSampling, WallUnderGrazingLampTakesTheIntegratedLight) {
         const auto place = [&](Vector v) {
             return turned ? Vector{c * v.x + s * v.z - 0.52f, v.y, -s * v.x + c * v.z - 0.19f} : v;
         };
-        lvSetRendererSample(256);
-        lvSetGeometryLightSample(256);
-        const int wall = shader(one * 0.5f), lamp = shader(zero, {11, 11, 11});
-        lvSetSurfaceVirtualLight(lamp, 0, true);
+        lvSetRendererSample(256), lvSetGeometryLightSample(256);
+        const int wall = shader(one * 0.5f), lamp = this->lamp(one * 11.0f);
         quad(place({-0.28f, 0, 0}), place({0.28f, 0, 0}), place({0.28f, 1.2f, 0}), place({-0.28f, 1.2f, 0}), wall);
         quad(place({-0.4f, 1.98f, -0.3f}), place({0.4f, 1.98f, -0.3f}), place({0.4f, 1.98f, 0.5f}),
              place({-0.4f, 1.98f, 0.5f}), lamp);
@@ -227,15 +186,10 @@ TEST_F(LightSampling, WindowsShowTheSkyAndABlackSkyIsOff) {
     registry.skyLight.color = {0.25f, 0.5f, 1.0f};
     const int pane = shader(zero, {9, 9, 9});
     registry.shaders[size_t(pane)].layers[0].window = true;   // a scene file's `window` line
-    square(0.0f, 10.0f, pane);
-    camera({0, 0, 5}, {0, 0, 0}, 10.0f, 4, 1);
-    expectMean(render(), 0, 4, {0.25f, 0.5f, 1.0f}, 1e-6f);
+    expectMean(floorUnderSky(pane, 4, 1), 0, 4, {0.25f, 0.5f, 1.0f}, 1e-6f);
     restart();
-    registry.skyLight.color = zero;
     skyImage([](float, float) { return one; });
-    square(0.0f, 10.0f, shader(one));
-    camera({0, 0, 5}, {0, 0, 0}, 10.0f, 4, 1);
-    expectMean(render(), 0, 4, zero, 0.0f);
+    expectMean(floorUnderSky(shader(one), 4, 1), 0, 4, zero, 0.0f);
 }
 
 // Light that both a light sample and a bounce can find is counted once: the

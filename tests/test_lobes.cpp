@@ -61,9 +61,7 @@ TEST(HemisphereMapping, CosineDensityPassesChiSquare) {
             const float z = dot(d, hit.normal) * (below ? -1.0f : 1.0f);
             ASSERT_GT(z, 0.0f);
             const float phi = std::atan2(dot(d, hit.bitangent), dot(d, hit.tangent)) + kPi;
-            const int a = std::min(int(z * z * kBins), kBins - 1);
-            const int b = std::min(int(phi / kTwoPi * kBins), kBins - 1);
-            ++bins[a][b];
+            ++bins[std::min(int(z * z * kBins), kBins - 1)][std::min(int(phi / kTwoPi * kBins), kBins - 1)];
         }
         const double expected = double(kCount) / (kBins * kBins);
         double chi2 = 0.0;

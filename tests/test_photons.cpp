@@ -14,7 +14,6 @@
 #include "photons/photon_cast.h"
 #include "radiance_scene.h"
 #include "core/images.h"
-#include "geometry/object.h"
 #include "photons/photon_tree.h"
 
 namespace {
@@ -33,14 +32,13 @@ protected:
     }
 };
 
-// Photons stand only for light that reached a diffuse surface through
-// mirrors or refraction. A floor lit straight from above shows the direct
-// light whether photons are cast or not (none are stored for it, or it would
-// count twice). Under a clear sheet that stops shadow rays, the floor's
-// caustic carries the light that the sheet passes on, and without photons
-// the floor stays black; a glass ball focuses a caustic brighter than the
-// open floor, which path tracing alone leaves dark. Sky photons never count
-// as caustics.
+// Photons stand only for light that reached a diffuse surface through mirrors
+// or refraction. A floor lit from above shows the direct light with or
+// without photons (none are stored for it, or it would count twice). Under a
+// clear sheet that stops shadow rays the floor's caustic carries the light
+// the sheet passes on, and without photons the floor stays black; a glass
+// ball focuses a caustic brighter than the open floor, which path tracing
+// alone leaves dark. Sky photons never count as caustics.
 TEST_F(Photons, CausticsCarryTheLightTheyPassOn) {
     auto floorUnder = [this](int photons, float radius, float fov, int cover) {
         restart();
@@ -63,8 +61,7 @@ TEST_F(Photons, CausticsCarryTheLightTheyPassOn) {
     restart();
     square(0.0f, 2.0f, shader(one * 0.5f));
     square(1.0f, 2.0f, specular(1.0f, 1.0f, LV_MATERIAL_THIN));
-    registry.skyLight.color = one;
-    lvSetSkyLightPhoton(20000);
+    registry.skyLight.color = one, lvSetSkyLightPhoton(20000);
     initialize();
     EXPECT_TRUE(registry.photons.empty());
 }
@@ -74,20 +71,16 @@ TEST_F(Photons, CausticsCarryTheLightTheyPassOn) {
 // sphere times the squared radius of the scene, with or without an image.
 TEST_F(Photons, CastsCarryThePowerOfTheirLight) {
     square(0.0f, 3.0f, shader(one * 0.5f));
-    const int lamp = shader(zero, {2, 3, 4});
-    lvSetSurfaceVirtualLight(lamp, 0, true);
-    square(1.0f, 0.5f, lamp, false);
+    square(1.0f, 0.5f, lamp({2, 3, 4}), false);
     registry.skyLight.color = {1, 2, 3};
-    lvSetGeometryLightPhoton(4000);
-    lvSetSkyLightPhoton(4000);
+    lvSetGeometryLightPhoton(4000), lvSetSkyLightPhoton(4000);
     initialize();
     // In double: fifty thousand small terms would drift in single precision.
     auto sum = [](int count, auto emit) {
         double total[3] = {0, 0, 0};
         for (int i = 0; i < count; ++i) {
             RayState ray = freshRay();
-            emit(ray, uint64_t(i));
-            total[0] += ray.power.x, total[1] += ray.power.y, total[2] += ray.power.z;
+            emit(ray, uint64_t(i)), total[0] += ray.power.x, total[1] += ray.power.y, total[2] += ray.power.z;
         }
         return Color{float(total[0]), float(total[1]), float(total[2])};
     };
@@ -100,17 +93,14 @@ TEST_F(Photons, CastsCarryThePowerOfTheirLight) {
 
     restart();
     square(0.0f, 3.0f, shader(one * 0.5f));
-    registry.skyLight.color = one;
-    registry.skyLight.image = memoryImage(64, 32, [](float u, float v) { return Color{1.0f + u, 0.5f + v * v, 1.0f}; });
-    lvSetSkyLightPhoton(50000);
+    registry.skyLight.color = one, lvSetSkyLightPhoton(50000);
+    skyImage([](float u, float v) { return Color{1.0f + u, 0.5f + v * v, 1.0f}; });
     initialize();
     double expected = 0.0;
     for (uint32_t face = 0; face < 6; ++face)
-        for (uint32_t t = 0; t < uint32_t(kCubeFaceTexels); ++t) {
-            const uint32_t code = (face << 16) | t;
-            const Vector d = cubeDirection(int(face), float(t & 0xFF) + 0.5f, float(t >> 8) + 0.5f);
-            expected += double(skyRadiance(d).x) * texelSolidAngle(code);
-        }
+        for (uint32_t t = 0; t < uint32_t(kCubeFaceTexels); ++t)
+            expected += double(skyRadiance(cubeDirection(int(face), float(t & 0xFF) + 0.5f, float(t >> 8) + 0.5f)).x) *
+                        texelSolidAngle((face << 16) | t);
     const Color imaged = sum(50000, [](RayState& r, uint64_t i) { emitSkyPhoton(r, i); });
     const double r2 = double(registry.sceneRadius) * registry.sceneRadius;
     EXPECT_NEAR(imaged.x, expected * r2, 0.002 * expected * r2);
@@ -119,17 +109,12 @@ TEST_F(Photons, CastsCarryThePowerOfTheirLight) {
 // In final gathering the cells of a lambertian floor under a parallel
 // light hold what direct lighting gives there: albedo, colour and cosine.
 TEST_F(Photons, FloorCellsMatchDirectLight) {
-    lvSetRendererDistance(0.01f);
-    lvSetRendererResolution(16.0f / 400.0f);
+    lvSetRendererDistance(0.01f), lvSetRendererResolution(16.0f / 400.0f);
     square(0.0f, 2.0f, shader(one * 0.5f));
     sun(normalized({0.6f, 0.0f, -0.8f}), {2, 2, 2}, 100000);
     initialize();
-    const Part& part = registry.objects[size_t(registry.rootObject)].parts[0];
-    ASSERT_EQ(part.tetragonCellResolution[0], 21u);
-    double inner = 0.0;
-    for (int a = 2; a < 19; ++a)
-        for (int b = 2; b < 19; ++b) inner += part.tetragonCellsFront[size_t(a * 21 + b)].x / (17.0 * 17.0);
-    EXPECT_NEAR(inner, 0.5 * 2.0 * 0.8, 0.02 * 0.8);
+    ASSERT_EQ(registry.objects[size_t(registry.rootObject)].parts[0].tetragonCellResolution[0], 21u);
+    EXPECT_NEAR(innerCellMean(2), 0.5 * 2.0 * 0.8, 0.02 * 0.8);
 }
 
 // Cells follow the faces: a face of area A gets the smallest n with
@@ -151,12 +136,9 @@ TEST_F(Photons, CellsAreSizedByAreaAndIndexEveryWeight) {
     for (uint32_t n : {1u, 3u, 8u}) {
         std::vector<int> triangleHits(n * n, 0), tetragonHits(n * n, 0);
         for (uint32_t i = 0; i < 20000; ++i) {
-            const float u = radicalInverse(i, 0), v = radicalInverse(i, 1);
-            const float s = std::sqrt(u);
-            const Vector b{1.0f - s, s * (1.0f - v), s * v};
-            const uint32_t t = triangleCell(n, b), q = tetragonCell(n, {u, v, 0});
-            ASSERT_LT(t, n * n);
-            ASSERT_LT(q, n * n);
+            const float u = radicalInverse(i, 0), v = radicalInverse(i, 1), s = std::sqrt(u);
+            const uint32_t t = triangleCell(n, {1.0f - s, s * (1.0f - v), s * v}), q = tetragonCell(n, {u, v, 0});
+            ASSERT_LT(std::max(t, q), n * n);
             ++triangleHits[t], ++tetragonHits[q];
         }
         for (uint32_t k = 0; k < n * n; ++k) {
@@ -192,16 +174,9 @@ TEST_F(Photons, CellsBeyondOneGigabyteEndTheProcess) {
 TEST_F(Photons, FinalGatheringAgreesWithPathTracing) {
     auto renderRoom = [this](bool gather, int photons) {
         restart();
-        lvSetRendererSample(256);
-        lvSetRendererPhotonDepth(8);
-        lvSetRendererBounce(gather ? 2 : 8);
-        lvSetGeometryLightSample(16);
-        lvSetGeometryLightPhoton(photons);
-        if (gather) {
-            lvSetRendererDistance(0.3f);
-            lvSetRendererResolution(0.004f);
-            lvSetRendererRadius(0.1f);
-        }
+        lvSetRendererSample(256), lvSetRendererPhotonDepth(8), lvSetRendererBounce(gather ? 2 : 8);
+        lvSetGeometryLightSample(16), lvSetGeometryLightPhoton(photons);
+        if (gather) lvSetRendererDistance(0.3f), lvSetRendererResolution(0.004f), lvSetRendererRadius(0.1f);
         room(12.0f);
         camera({0, -3.4f, 0}, {0, 0, 0}, 40.0f, 64, 16);
         return blockMeans(render(), 32);
@@ -216,8 +191,7 @@ TEST_F(Photons, FinalGatheringAgreesWithPathTracing) {
 
 // The Cornell example by final gathering (its "gather" folder laid over it)
 // renders the light of the plain example path traced to the photons' depth
-// of 8 bounces, in the mean and in each 32 x 32 block, here at 64 x 64
-// pixels with 256 gather rays a pixel in both.
+// of 8 bounces, as above, at 64 x 64 pixels with 256 rays a pixel in both.
 TEST_F(Photons, CornellExampleGathersThePathTracedLight) {
     auto renderExample = [&](bool gather) {
         const fs::path scene = copyExample("cornell", dir / (gather ? "gather" : "path"),
@@ -229,8 +203,7 @@ TEST_F(Photons, CornellExampleGathersThePathTracedLight) {
         const HostRun run = runHost(dir, quoted(scene));
         EXPECT_EQ(run.status, 0) << run.err;
         ImageRecord image;
-        image.name = (scene / "beauty.hdr").string();
-        image.wantsRgbe = false;
+        image.name = (scene / "beauty.hdr").string(), image.wantsRgbe = false;
         LoadImage(image);
         return blockMeans(image, 32);
     };

@@ -12,20 +12,9 @@ namespace {
 // adds E a^k until the bounce budget or the throughput cut-off ends the path.
 TEST_F(RadianceScene, ClosedFurnaceSumsBouncesUpToTheBudget) {
     for (int bounce : {1, 16}) {
-        lvSetRendererSample(4);
-        const int s = shader(one * 0.5f, one * 0.5f);
-        for (int axis = 0; axis < 3; ++axis)
-            for (float side : {-1.0f, 1.0f}) {
-                auto at = [&](float u, float v) {
-                    float p[3];
-                    p[axis] = side, p[(axis + 1) % 3] = u, p[(axis + 2) % 3] = v;
-                    return Vector{p[0], p[1], p[2]};
-                };
-                quad(at(-1, -1), at(1, -1), at(1, 1), at(-1, 1), s);
-            }
+        lvSetRendererSample(4), lvSetRendererBounce(bounce), lvSetRendererRayDepth(16);
+        block(-one, one, shader(one * 0.5f, one * 0.5f), true);
         camera({0, 0, 0.2f}, {0, 0, -1}, 60.0f, 8, 1);
-        lvSetRendererBounce(bounce);
-        lvSetRendererRayDepth(16);
         // One bounce: E + a E. Sixteen: the throughput a^10 = 2^-10 is cut,
         // which leaves ten terms E a^k.
         const float expected = bounce == 1 ? 0.75f : 1.0f - std::ldexp(1.0f, -10);
@@ -70,10 +59,7 @@ TEST_F(RadianceScene, GlassSlabPassesFresnelAndAbsorbsByItsMedium) {
     const float F = 0.04f, C = 1.0f - F;
     const Color T{0.5f, 0.8f, 1.0f}, inside = T * T, thrice = inside * inside * inside;   // two units of glass
     const Color air{std::pow(0.9f, 8.0f), std::pow(0.95f, 8.0f), 1.0f};   // 6 units before, 2 after
-    const struct {
-        Material material;
-        Color glassMedium, airMedium, expected;
-    } cases[] = {
+    const struct { Material material; Color glassMedium, airMedium, expected; } cases[] = {
         {LV_MATERIAL_SOLID, one, one, one * (C * C * (1.0f + F * F))},
         {LV_MATERIAL_SOLID, T, one, (inside + thrice * (F * F)) * (C * C)},
         {LV_MATERIAL_SOLID, one, {0.9f, 0.95f, 1.0f}, air * (C * C * (1.0f + F * F))},

@@ -65,20 +65,17 @@ TEST(SkyCube, TexelsInvertTheirDirectionsAndTileTheSphere) {
     EXPECT_LT(largest, 1.21);
 }
 
-// Directions drawn as the lights draw them (a texel from the distribution,
-// a uniform point in it, its cube direction) are binned in latitude and
-// longitude and compared with the counts that the density the lights claim
-// for them gives, integrated over each bin. The image is a gradient with a
-// bright sun disc, turned by a tilted frame so that the sun sits off every
-// axis.
+// Directions drawn as the lights draw them (a texel from the distribution, a
+// uniform point in it, its cube direction), binned in latitude and longitude,
+// against the density the lights claim integrated over each bin. The image, a
+// gradient with a bright sun disc, is turned so that the sun is off every axis.
 TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
     registry.skyLight.image = memoryImage(128, 64, [](float u, float v) {
         const float du = u - 0.3f, dv = (v - 0.25f) * 0.5f;
         const float sun = du * du + dv * dv < 0.0016f ? 100.0f : 0.0f;
         return Color{0.2f + v + sun, 0.3f + 0.5f * u + sun, 1.0f - 0.8f * v + sun};
     });
-    lvSetSkyLightNorth(0.2f, 1.0f, 0.1f);
-    lvSetSkyLightZenith(0.3f, 0.0f, 1.0f);
+    lvSetSkyLightNorth(0.2f, 1.0f, 0.1f), lvSetSkyLightZenith(0.3f, 0.0f, 1.0f);
     prepare();
     const Distribution& d = skyDistribution();
     ASSERT_EQ(d.count, kCubeTexels);
@@ -96,13 +93,13 @@ TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
         if (p == 0.0f) continue;
         const uint32_t code = skyTexelOfEntry(uint32_t(entry));
         ASSERT_EQ(skyEntryOf(code), uint32_t(entry));
-        const int face = code >> 16, y = (code >> 8) & 255, x = code & 255;
-        for (int j = 0; j < 4; ++j)
-            for (int i = 0; i < 4; ++i)
-                expected[size_t(bin(cubeDirection(face, float(x) + (float(i) + 0.5f) * 0.25f,
-                                                  float(y) + (float(j) + 0.5f) * 0.25f)))] +=
-                    double(skyDensity(uint32_t(code))) *
-                    patchArea(face, float(x) + float(i) * 0.25f, float(y) + float(j) * 0.25f, 0.25f);
+        const int face = code >> 16;
+        for (int k = 0; k < 16; ++k) {
+            const float s = float(code & 255) + float(k % 4) * 0.25f;
+            const float t = float((code >> 8) & 255) + float(k / 4) * 0.25f;
+            expected[size_t(bin(cubeDirection(face, s + 0.125f, t + 0.125f)))] +=
+                double(skyDensity(code)) * patchArea(face, s, t, 0.25f);
+        }
     }
 
     constexpr int kDraws = 1000000;
@@ -118,26 +115,20 @@ TEST_F(SkyLight, DrawnDirectionsFollowTheDistribution) {
     }
     double chi2 = 0.0;
     int dof = -1;
-    for (int b = 0; b < kBins; ++b) {
-        const double e = expected[size_t(b)] * kDraws;
-        if (e < 5.0) continue;
-        chi2 += (counts[size_t(b)] - e) * (counts[size_t(b)] - e) / e;
-        ++dof;
-    }
+    for (int b = 0; b < kBins; ++b)
+        if (const double e = expected[size_t(b)] * kDraws, o = counts[size_t(b)]; e >= 5.0)
+            chi2 += (o - e) * (o - e) / e, ++dof;
     EXPECT_LT(chi2, dof + 5.0 * std::sqrt(2.0 * dof)) << "dof " << dof;
     // The sun holds a small solid angle but a large share of the draws.
     EXPECT_GT(sunShare / kDraws, 0.3);
 }
 
 TEST_F(SkyLight, FrameKeepsNorthAndStraightensZenith) {
-    lvSetSkyLightNorth(0.0f, 2.0f, 0.0f);
-    lvSetSkyLightZenith(0.0f, 0.6f, 0.8f);
+    lvSetSkyLightNorth(0.0f, 2.0f, 0.0f), lvSetSkyLightZenith(0.0f, 0.6f, 0.8f);
     prepare();
-    const float* f = registry.skyLight.frame;
-    const float* g = registry.skyLight.inverseFrame;
-    const float expected[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    const float *f = registry.skyLight.frame, *g = registry.skyLight.inverseFrame;
     for (int i = 0; i < 9; ++i) {
-        EXPECT_NEAR(f[i], expected[i], 1e-6f) << i;
+        EXPECT_NEAR(f[i], i % 4 == 0, 1e-6f) << i;   // the identity
         EXPECT_EQ(g[i], f[3 * (i % 3) + i / 3]) << i;
     }
 }
@@ -180,8 +171,7 @@ TEST_F(SkyLight, BackdropAtDepthZeroThenColourImageOrCube) {
     prepare();
 
     RayState ray = freshRay();
-    ray.direction = {0, 0, 1};
-    registry.threadPixelIndex[0] = 1 * 4 + 3;   // column 3, row 1
+    ray.direction = {0, 0, 1}, registry.threadPixelIndex[0] = 1 * 4 + 3;   // column 3, row 1
     EXPECT_EQ(skyRadianceForRay(ray), (Color{0.875f, 0.75f, 7.0f}));
     ray.depth = 1;
     EXPECT_EQ(skyRadianceForRay(ray), (Color{1.0f, 2.0f, 3.0f}));   // a backdrop does not light
