@@ -77,9 +77,8 @@ TEST(Patch, FlatFaceGivesSquaredCountsFacingItsWayAndACurvedOneTheFloatsOfTheCon
     subdividePatch(flat, up, 0, points, triangles);
     EXPECT_TRUE(points.empty() && triangles.empty());
 
-    // A curved face point by point, one float operation after the other, as the
-    // construction defines it: the patch code works on several points at once
-    // and must give the same floats.
+    // A curved face point by point, one float operation after the other as the
+    // construction defines it: the patch code, several points at once, must match.
     const Vector P[3] = {{0, 0, 0}, {1.5f, 0.2f, 0.1f}, {0.3f, 1.1f, -0.2f}};
     const Vector N[3] = {normalized({0.1f, -0.2f, 1}), normalized({0.4f, 0.1f, 1}), normalized({-0.3f, 0.5f, 1})};
     struct Edge { Vector p, n; };

@@ -101,9 +101,8 @@ Object handTree(Part part, const std::vector<std::pair<uint32_t, uint16_t>>& nod
 }
 
 TEST_F(HierarchyBuild, RandomTreesSurviveRotationsWithEveryPrimitiveInPlace) {
-    // Random shapes over random triangles reach every rotation case; the
-    // update must neither lose a primitive nor leave a box unrefit, and the
-    // cost may only fall.
+    // Random shapes over random triangles reach every rotation case; the update
+    // must neither lose a primitive nor leave a box unrefit; the cost may only fall.
     for (int round = 0; round < 20; ++round) {
         const uint32_t leaves = 40 + uint32_t(round) * 7;
         std::vector<std::pair<uint32_t, uint16_t>> nodes(1);
@@ -137,7 +136,7 @@ TEST_F(HierarchyBuild, RandomTreesSurviveRotationsWithEveryPrimitiveInPlace) {
     }
 }
 
-TEST_F(HierarchyBuild, TheLastWaveKeepsItsLeafCountWithinSixteenBits) {
+TEST_F(HierarchyBuild, LeafCountsStayWithinSixteenBitsAndNodesBelowDepth255AreReported) {
     // Points on the x axis have flat boxes, so every split costs 0 and the
     // first plane wins: each wave peels the lowest point off a chain whose
     // gaps shrink by 0.8, and the last wave forces the rest, 45 chain points
@@ -154,14 +153,11 @@ TEST_F(HierarchyBuild, TheLastWaveKeepsItsLeafCountWithinSixteenBits) {
     EXPECT_EQ(forced->count, 0xFFFF);
     quietUpdate(object);
     EXPECT_EQ(object.primitiveRefs.size(), 65790u);
-}
 
-TEST_F(HierarchyBuild, NodesBelowDepth255AreReportedTwicePerDepthWalk) {
-    // Equal triangles leave the update no cheaper shape, so the tree keeps
-    // the shape given: a full tree of 64 leaves, and below its last leaf a
-    // chain of 300 more. The chain runs under the level where the passes
-    // split the tree among threads, and 50 of its levels, two nodes each, lie
-    // past depth 255. Each of the three depth walks reports them twice.
+    // Equal triangles leave the update no cheaper shape, so the tree keeps the
+    // shape given: a full tree of 64 leaves, and under its last leaf a chain of
+    // 300 more, below where the passes split the tree among threads; 50 of its
+    // levels, two nodes each, lie past depth 255: three walks report them twice.
     std::vector<std::pair<uint32_t, uint16_t>> nodes{{1, 0}};
     for (uint32_t n = 0; nodes.size() < 127; ++n) {
         nodes[n] = {uint32_t(nodes.size()), 0};
@@ -174,12 +170,12 @@ TEST_F(HierarchyBuild, NodesBelowDepth255AreReportedTwicePerDepthWalk) {
         nodes.insert(nodes.end(), {{leaf++, 1}, {0, 0}});
     }
     nodes.back() = {leaf++, 1};
-    Object object = handTree(equalTriangles(leaf), nodes);
+    Object deep = handTree(equalTriangles(leaf), nodes);
     ReportCapture capture;
-    updateHierarchy(object);
+    updateHierarchy(deep);
     const auto lines = capture.lines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "error :( \tbbvh - depth out of range"), 3 * 2 * 100);
-    expectHierarchyInvariants(object);
+    expectHierarchyInvariants(deep);
 }
 
 }  // namespace

@@ -50,24 +50,20 @@ Part foldedField(int n, uint32_t gentle, uint32_t sharp, uint32_t wide) {
                 part.triangles.push_back({at(i, j), at(down ? i : i + 1, j + 1), at(down ? i + 1 : i, j + 1), shader});
                 continue;
             }
-            uint32_t q[4];
-            const int corners[4][2] = {{i, j}, {i + 1, j}, {i + 1, j + 1}, {i, j + 1}};
-            for (int k = 0; k < 4; ++k) q[k] = add(corners[k][0], corners[k][1], corners[k][1] % 2 ? 0.5f : 0.0f);
-            part.tetragons.push_back({q[0], q[1], q[2], q[3], shader});
+            const float low = j % 2 ? 0.5f : 0.0f, high = j % 2 ? 0.0f : 0.5f;   // u shifted on odd rows
+            part.tetragons.push_back({add(i, j, low), add(i + 1, j, low), add(i + 1, j + 1, high), add(i, j + 1, high), shader});
         }
     return part;
 }
 
 // A cube smoothed above the angle of its faces welds into eight vertices,
-// each with the normal of its corner's diagonal.
-TEST_F(Smoothing, CubeWeldsAboveTheAngleOfItsFaces) {
+// each with the normal of its corner's diagonal; a sphere's follow its surface.
+TEST_F(Smoothing, CubeWeldsAboveTheAngleOfItsFacesAndSphereNormalsFollowTheSurface) {
     Part round = cube(shaderWithAngle(100));
     smooth(round);
     ASSERT_EQ(round.positions.size(), 8u);
     for (uint32_t v = 0; v < 8; ++v) EXPECT_EQ(round.normals[v], packed(round.positions[v] - Vector{0.5f, 0.5f, 0.5f})) << v;
-}
 
-TEST_F(Smoothing, SphereNormalsFollowTheSurface) {
     Part part = sphere(64, 32, 2.0f, shaderWithAngle(45));
     smooth(part);
     // Tangents from the face normals turn fast near the south pole, so
@@ -155,10 +151,9 @@ TEST_F(Smoothing, PositionsWeldWhenEqualAsFloatsFacesOfNoAreaSplitAndBadIndicesA
     EXPECT_EQ(part.positions[flat.a], (Vector{0, 0, 0}));
 }
 
-// Every corner against the definition taken literally: the sum of the
-// faces at its position (equal as floats) whose vectors equal its own or lie
-// at an arccos below its limit, summed in corner order; and one vertex for
-// each distinct normal, tangent and uv at a position.
+// Every corner against the definition taken literally: the sum, in corner order,
+// of the faces at its position (equal as floats) whose vectors equal its own or
+// lie at an arccos below its limit; one vertex per distinct normal, tangent, uv.
 TEST_F(Smoothing, EveryCornerTakesTheFacesWithinItsAngle) {
     Part part = foldedField(12, shaderWithAngle(60), shaderWithAngle(25), shaderWithAngle(200));
     struct Corner { Vector position, normal, tangent; float limit; UV uv; };
