@@ -203,25 +203,21 @@ TEST_F(Displacement, ResultDoesNotDependOnTheTeamSize) {
 TEST_F(Displacement, WithoutNormalsItWarnsAndLeavesTheFacesAsTriangles) {
     Part part = grid(2, 1.0f, shaderWith(-1, {{4, zero, {0, 0, 1}}}));
     const std::vector<Vector> before = part.positions;
-    auto count = [](const std::vector<std::string>& lines, const std::string& line) {
-        return std::count(lines.begin(), lines.end(), line);
-    };
     const std::string warning = "warning :( \tmissing vertex normals for displacement mapping";
     const auto lines = reportedLines([&] { displace(part); });
-    EXPECT_TRUE(count(lines, warning) == 2 && count(lines, kRule) == 1);
+    EXPECT_TRUE(std::ranges::count(lines, warning) == 2 && std::ranges::count(lines, kRule) == 1);
     EXPECT_TRUE(part.tetragons.empty() && part.triangles.size() == 8u);
     EXPECT_EQ(part.positions, before);
 
     // Given normals without tangents: one warning.
     Part normalsOnly = grid(1, 1.0f, shaderWith(-1, {{4, zero, {0, 0, 1}}}));
     normalsOnly.normals.assign(4, PackedDirection{0, 0, 127});
-    EXPECT_EQ(count(reportedLines([&] { displace(normalsOnly); }), warning), 1);
+    EXPECT_EQ(std::ranges::count(reportedLines([&] { displace(normalsOnly); }), warning), 1);
 }
 
 TEST_F(Displacement, OctahedronAlongItsNormalsApproachesASphereSharedByInstances) {
-    // Normals smoothed over all four faces at a corner point along the axes;
-    // the patches curve towards the sphere and the move adds 1 along them.
-    // Three instances, the first at the origin, hold no geometry of their own.
+    // Normals smoothed over the four faces at a corner point along the axes, the patches
+    // curve towards the sphere, the move adds 1; the three instances hold no geometry.
     prepareScene({octahedron(1.0f, shaderWith(150, {{24, zero, {0, 0, 1}}}))}, 3);
     const Part& part = registry.objects[0].parts[0];
     EXPECT_TRUE(part.triangles.size() == 8u * 24u * 24u && registry.objects[1].parts.empty());
