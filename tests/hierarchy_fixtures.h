@@ -43,8 +43,7 @@ inline Object objectWith(Part part) {
 inline void addRoot(Object object) {
     prepareHierarchy(object);
     for (Object& placed : registry.objects) placed.gatherable = 0;   // placed by instances, if at all
-    object.gatherable = 1;
-    registry.objects.push_back(std::move(object));
+    object.gatherable = 1, registry.objects.push_back(std::move(object));
     registry.rootObject = int(registry.objects.size()) - 1;
 }
 
@@ -64,7 +63,6 @@ inline Part triangleSoup(int count, float extent, float size, bool tetragons = f
     }
     return part;
 }
-inline Part tetragonField(int count, float extent, float size) { return triangleSoup(count, extent, size, true); }
 
 inline Part sphereCloud(int count, float extent, float radius) {
     Part part;
@@ -132,8 +130,7 @@ inline Reference bruteForce(const Object& object, RayState ray) {
     return best;
 }
 
-// A ray from outside a ball of radius 3 x `extent`, aimed at a point inside
-// the cube of `extent`, so that most rays meet something.
+// A ray from 3 x `extent` away aimed into the cube of `extent`: most rays hit.
 inline RayState rayThrough(float extent) {
     RayState ray = freshRay();
     ray.origin = randomUnit() * (3.0f * extent);
@@ -202,8 +199,7 @@ inline void expectHierarchyInvariants(const Object& object) {
     EXPECT_EQ(deepest, object.maxWideDepth);
 }
 
-// A registry of its own with two default shaders; afterwards the shadow hook
-// as it was.
+// A registry of its own with two default shaders; the shadow hook reset after.
 class HierarchyTest : public ::testing::Test {
 protected:
     void SetUp() override {

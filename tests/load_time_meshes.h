@@ -1,5 +1,4 @@
-// Procedural meshes for the smoothing and displacement tests, built straight
-// into a Part, and the comparisons they share.
+// Procedural meshes for the smoothing and displacement tests, and the comparisons they share.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,17 +17,13 @@ inline uint32_t addVertex(Part& part, Vector p) {
     return uint32_t(part.positions.size()) - 1;
 }
 
-// A unit cube of six outward tetragons, over 8 shared corners or with 24
-// vertices of its own per face.
-inline Part cube(uint32_t shader, bool ownVertices) {
+// A unit cube of six outward tetragons, each face with 4 vertices of its own.
+inline Part cube(uint32_t shader) {
     Part part;
     const int faces[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
-    auto corner = [](int i) { return Vector{float(i & 1), float((i >> 1) & 1), float((i >> 2) & 1)}; };
-    if (!ownVertices)
-        for (int i = 0; i < 8; ++i) addVertex(part, corner(i));
     for (const auto& f : faces) {
         uint32_t v[4];
-        for (int k = 0; k < 4; ++k) v[k] = ownVertices ? addVertex(part, corner(f[k])) : uint32_t(f[k]);
+        for (int k = 0; k < 4; ++k) v[k] = addVertex(part, {float(f[k] & 1), float((f[k] >> 1) & 1), float((f[k] >> 2) & 1)});
         part.tetragons.push_back({v[0], v[1], v[2], v[3], shader});
     }
     return part;
@@ -59,17 +54,12 @@ inline Part sphere(int segments, int rings, float radius, uint32_t shader) {
     return part;
 }
 
-// The octahedron with its corners on the axes at distance `radius`.
-inline Part octahedron(float radius, uint32_t shader) {
+// The octahedron with its corners on the axes at distance `r`, faces outward.
+inline Part octahedron(float r, uint32_t shader) {
     Part part;
-    const Vector axes[6] = {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0}, {0, -1, 0}, {0, 0, 1}, {0, 0, -1}};
-    for (Vector a : axes) addVertex(part, a * radius);
-    for (uint32_t x : {0u, 1u})
-        for (uint32_t y : {2u, 3u})
-            for (uint32_t z : {4u, 5u}) {
-                const bool outward = (x == 0) == (y == 2) ? z == 4 : z == 5;
-                part.triangles.push_back(outward ? Triangle{x, y, z, shader} : Triangle{x, z, y, shader});
-            }
+    part.positions = {{r, 0, 0}, {-r, 0, 0}, {0, r, 0}, {0, -r, 0}, {0, 0, r}, {0, 0, -r}};
+    const uint32_t faces[8][3] = {{0, 2, 4}, {0, 5, 2}, {0, 4, 3}, {0, 3, 5}, {1, 4, 2}, {1, 2, 5}, {1, 3, 4}, {1, 5, 3}};
+    for (const auto& f : faces) part.triangles.push_back({f[0], f[1], f[2], shader});
     return part;
 }
 
@@ -94,25 +84,6 @@ inline float angleDegrees(Vector a, Vector b) {
     return std::acos(std::fmin(std::fmax(d, -1.0f), 1.0f)) * 57.29578f;
 }
 
-// The corners of a part's faces, as (position, normal) in face order: what
-// smoothing must keep whatever vertex order it chooses.
-struct CornerValue {
-    Vector position;
-    PackedDirection normal;
-};
-
-inline std::vector<CornerValue> cornerValues(const Part& part) {
-    std::vector<CornerValue> corners;
-    auto add = [&](uint32_t v) {
-        corners.push_back({part.positions[v], v < part.normals.size() ? part.normals[v] : PackedDirection{0, 0, 0}});
-    };
-    for (const Triangle& t : part.triangles)
-        for (uint32_t v : {t.a, t.b, t.c}) add(v);
-    for (const Tetragon& q : part.tetragons)
-        for (uint32_t v : {q.a, q.b, q.c, q.d}) add(v);
-    return corners;
-}
-
 // Whether two arrays hold the same bytes: the same floats to the bit.
 template <typename T>
 bool sameBytes(const std::vector<T>& a, const std::vector<T>& b) {
@@ -121,32 +92,30 @@ bool sameBytes(const std::vector<T>& a, const std::vector<T>& b) {
 
 // Whether two parts hold the same faces, vertices and channel values.
 inline bool sameArrays(const Part& a, const Part& b) {
-    bool same = sameBytes(a.positions, b.positions) && sameBytes(a.normals, b.normals) &&
-                sameBytes(a.tangents, b.tangents) && sameBytes(a.triangles, b.triangles) &&
-                sameBytes(a.tetragons, b.tetragons) && a.uvChannels.size() == b.uvChannels.size() &&
-                a.scalarChannels.size() == b.scalarChannels.size() &&
-                a.vectorChannels.size() == b.vectorChannels.size();
-    for (size_t c = 0; same && c < a.uvChannels.size(); ++c)
-        same = sameBytes(a.uvChannels[c].elements, b.uvChannels[c].elements);
-    for (size_t c = 0; same && c < a.scalarChannels.size(); ++c)
-        same = sameBytes(a.scalarChannels[c].elements, b.scalarChannels[c].elements);
-    for (size_t c = 0; same && c < a.vectorChannels.size(); ++c)
-        same = sameBytes(a.vectorChannels[c].elements, b.vectorChannels[c].elements);
-    return same;
+    auto channels = [](const auto& x, const auto& y) {
+        bool same = x.size() == y.size();
+        for (size_t c = 0; same && c < x.size(); ++c) same = sameBytes(x[c].elements, y[c].elements);
+        return same;
+    };
+    return sameBytes(a.positions, b.positions) && sameBytes(a.normals, b.normals) &&
+           sameBytes(a.tangents, b.tangents) && sameBytes(a.triangles, b.triangles) &&
+           sameBytes(a.tetragons, b.tetragons) && channels(a.uvChannels, b.uvChannels) &&
+           channels(a.scalarChannels, b.scalarChannels) && channels(a.vectorChannels, b.vectorChannels);
 }
 
-// What `make` returns on each team size of `teams`; the runtime's team size
-// is restored afterwards.
+// What `make` returns on a team of one thread, checked to come out the same
+// on each team size of `teams`; the runtime's team size is restored afterwards.
 template <typename Make>
-std::vector<Part> onTeams(std::initializer_list<int> teams, Make make) {
+Part sameOnEveryTeam(std::initializer_list<int> teams, Make make) {
     const int threads = omp_get_max_threads();
-    std::vector<Part> parts;
+    omp_set_num_threads(1);
+    const Part first = make();
     for (int team : teams) {
         omp_set_num_threads(team);
-        parts.push_back(make());
+        EXPECT_TRUE(sameArrays(make(), first)) << "team of " << team;
     }
     omp_set_num_threads(threads);
-    return parts;
+    return first;
 }
 
 }  // namespace meshes

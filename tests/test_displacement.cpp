@@ -1,13 +1,11 @@
-// Displacement: the curved patch, moves by constants, images and frames,
-// passes in order, the warning without normals, the curve towards a sphere,
-// and instances sharing the displaced geometry.
-#include <gtest/gtest.h>
-
+// Displacement: the curved patch, moves by constants, images and frames, passes
+// in order, the warning without normals, the curve towards a sphere, instances.
 #include <algorithm>
-#include <cmath>
+#include <map>
 #include <set>
 #include <tuple>
 
+#include "core/images.h"
 #include "core/records.h"
 #include "geometry/load_time.h"
 #include "geometry/prepare.h"
@@ -15,8 +13,6 @@
 #include "load_time_meshes.h"
 #include "scene_fixture.h"
 #include "shading/hit_shading.h"
-#include "core/images.h"
-#include "geometry/object.h"
 
 namespace {
 
@@ -32,10 +28,7 @@ protected:
     }
     // A shader with the given smoothing angle and one displacement element
     // per entry of `elements`: (level, direction, vector).
-    struct Element {
-        int level;
-        Vector direction, vector;
-    };
+    struct Element { int level; Vector direction, vector; };
     static uint32_t shaderWith(float angle, std::initializer_list<Element> elements) {
         const int s = named();
         lvSetShaderSmoothAngle(s, angle);
@@ -48,61 +41,47 @@ protected:
         return uint32_t(s);
     }
 
-    // Makes `part` the only part of the root object and prepares the scene.
-    static void prepareScene(Part part, int instances = 0) {
-        Object object;
-        object.name = "displaced";
-        object.parts.push_back(std::move(part));
-        registry.objects.push_back(std::move(object));
-        if (instances > 0) {
-            Object root;
-            root.name = "root";
-            for (int i = 0; i < instances; ++i) {
-                Instance in;
-                in.targetName = "displaced";
-                in.toWorld[3] = 10.0f * float(i);
-                root.instances.push_back(in);
-            }
-            registry.objects.push_back(std::move(root));
+    // Makes `parts` the parts of the root object, or of the target of
+    // `instances` instances 10 apart along x, and prepares the scene.
+    static void prepareScene(std::vector<Part> parts, int instances = 0) {
+        Object object, root;
+        object.name = "displaced", object.parts = std::move(parts), root.name = "root";
+        for (int i = 0; i < instances; ++i) {
+            Instance& in = root.instances.emplace_back();
+            in.targetName = "displaced", in.toWorld[3] = 10.0f * float(i);
         }
+        registry.objects.push_back(std::move(object));
+        if (instances > 0) registry.objects.push_back(std::move(root));
         for (Shader& shader : registry.shaders) prepareShader(shader);
         quietly(prepareAccelerator);
     }
 
     static RayState rayFrom(Vector origin, Vector direction) {
         RayState ray = freshRay();
-        ray.origin = origin;
-        ray.direction = normalized(direction);
+        ray.origin = origin, ray.direction = normalized(direction);
         return ray;
     }
 };
 
-TEST(Patch, FlatFaceGivesSquaredCountsFacingItsWay) {
-    const Vector P[3] = {{0, 0, 0}, {2, 0, 0}, {0, 2, 0}};
-    const Vector N[3] = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}};
+TEST(Patch, FlatFaceGivesSquaredCountsFacingItsWayAndACurvedOneTheFloatsOfTheConstruction) {
+    const Vector flat[3] = {{0, 0, 0}, {2, 0, 0}, {0, 2, 0}}, up[3] = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}};
     std::vector<PatchPoint> points;
     std::vector<uint32_t> triangles;
-    subdividePatch(P, N, 4, points, triangles);
-    ASSERT_EQ(points.size(), 15u);
-    ASSERT_EQ(triangles.size(), 3u * 16u);
+    subdividePatch(flat, up, 4, points, triangles);
+    ASSERT_TRUE(points.size() == 15u && triangles.size() == 3u * 16u);
     for (const PatchPoint& point : points) EXPECT_EQ(point.p.z, 0.0f);
     for (size_t k = 0; k < triangles.size(); k += 3) {
         const Vector a = points[triangles[k]].p, b = points[triangles[k + 1]].p, c = points[triangles[k + 2]].p;
         EXPECT_GT(cross(b - a, c - a).z, 0.0f) << k / 3;
     }
-    subdividePatch(P, N, 0, points, triangles);
+    subdividePatch(flat, up, 0, points, triangles);
     EXPECT_TRUE(points.empty() && triangles.empty());
-}
 
-// The patch of a curved face point by point, one float operation after the
-// other, as the construction defines it: the patch code works on several
-// points at once and must give the same floats.
-TEST(Patch, CurvedFaceGivesTheFloatsOfTheConstructionPointByPoint) {
+    // A curved face point by point, one float operation after the other as the
+    // construction defines it: the patch code, several points at once, must match.
     const Vector P[3] = {{0, 0, 0}, {1.5f, 0.2f, 0.1f}, {0.3f, 1.1f, -0.2f}};
     const Vector N[3] = {normalized({0.1f, -0.2f, 1}), normalized({0.4f, 0.1f, 1}), normalized({-0.3f, 0.5f, 1})};
-    struct Edge {
-        Vector p, n;
-    };
+    struct Edge { Vector p, n; };
     auto edge = [](float x, Vector Pa, Vector Na, Vector Pb, Vector Nb) {
         const float y = 1.0f - x;
         const Vector u = normalized(Na * x + Nb * y);
@@ -121,8 +100,6 @@ TEST(Patch, CurvedFaceGivesTheFloatsOfTheConstructionPointByPoint) {
     auto blend = [](float x) { return x * x * (3.0f - 2.0f * x); };
 
     for (int n : {1, 3, 5}) {
-        std::vector<PatchPoint> points;
-        std::vector<uint32_t> triangles;
         subdividePatch(P, N, n, points, triangles);
         ASSERT_EQ(points.size(), size_t(n + 1) * size_t(n + 2) / 2);
         size_t k = 0;
@@ -143,29 +120,14 @@ TEST(Patch, CurvedFaceGivesTheFloatsOfTheConstructionPointByPoint) {
 }
 
 TEST_F(Displacement, FlatQuadMovesByExactlyTheVector) {
-    // In the vertex's frame (tangent x, bitangent y, normal z) ...
+    // In the vertex's frame (tangent x, bitangent y, normal z).
     Part framed = grid(1, 1.0f, shaderWith(30, {{1, zero, {0.125f, 0.25f, 0.5f}}}));
     const std::vector<Vector> before = framed.positions;
     displace(framed);
-    EXPECT_TRUE(framed.tetragons.empty());
-    ASSERT_EQ(framed.triangles.size(), 2u);
+    ASSERT_TRUE(framed.tetragons.empty() && framed.triangles.size() == 2u);
     for (const Triangle& t : framed.triangles)
-        for (uint32_t v : {t.a, t.b, t.c}) {
-            const Vector p = framed.positions[v];
-            const Vector original = {p.x - 0.125f, p.y + 0.25f, p.z - 0.5f};
-            EXPECT_TRUE(std::count(before.begin(), before.end(), original) == 1) << v;
-        }
-
-    // ... and along a direction, scaled per channel, at a finer level.
-    Part directed = grid(1, 1.0f, shaderWith(30, {{3, {0, 0, 2}, {0.25f, 0.25f, 0.25f}}}));
-    displace(directed);
-    ASSERT_EQ(directed.triangles.size(), 18u);
-    for (const Triangle& t : directed.triangles)
-        for (uint32_t v : {t.a, t.b, t.c}) {
-            const Vector p = directed.positions[v];
-            EXPECT_EQ(p.z, 0.5f);
-            EXPECT_TRUE(p.x >= 0.0f && p.x <= 1.0f && p.y >= 0.0f && p.y <= 1.0f);
-        }
+        for (uint32_t v : {t.a, t.b, t.c})
+            EXPECT_EQ(std::count(before.begin(), before.end(), framed.positions[v] - Vector{0.125f, -0.25f, 0.5f}), 1) << v;
 }
 
 TEST_F(Displacement, ImageDrivesTheMoveAndMidGreyKeepsThePlace) {
@@ -182,9 +144,8 @@ TEST_F(Displacement, ImageDrivesTheMoveAndMidGreyKeepsThePlace) {
 
     Part part = grid(4, 1.0f, shader);
     displace(part);
-    ASSERT_EQ(part.triangles.size(), 4u * 16u * 2u);
     const auto& uvs = part.uvChannels[0].elements;
-    ASSERT_EQ(uvs.size(), part.positions.size());
+    ASSERT_TRUE(part.triangles.size() == 4u * 16u * 2u && uvs.size() == part.positions.size());
     int moved = 0, still = 0;
     for (const Triangle& t : part.triangles)
         for (uint32_t v : {t.a, t.b, t.c}) {
@@ -193,57 +154,47 @@ TEST_F(Displacement, ImageDrivesTheMoveAndMidGreyKeepsThePlace) {
             EXPECT_EQ(part.positions[v].z, left ? 0.5f : 0.0f) << uvs[v].u;
             (left ? moved : still) += 1;
         }
-    EXPECT_GT(moved, 50);
-    EXPECT_GT(still, 50);
+    EXPECT_TRUE(moved > 50 && still > 50) << moved << " " << still;
 }
 
+// Moves along a direction are scaled per channel by its length.
 TEST_F(Displacement, PassesComposeInOrderAndShortListsPassThrough) {
-    const uint32_t two = shaderWith(30, {{2, {0, 0, 1}, {0, 0, 0.25f}}, {3, {0, 0, 1}, {0, 0, 0.5f}}});
+    const uint32_t two = shaderWith(30, {{2, {0, 0, 2}, {0, 0, 0.125f}}, {3, {0, 0, 1}, {0, 0, 0.5f}}});
     const uint32_t one = shaderWith(30, {{2, {1, 0, 0}, {0.5f, 0, 0}}});
     const uint32_t none = shaderWith(30, {});
     Part part = grid(1, 1.0f, two);   // two triangles through both passes
     const uint32_t base = uint32_t(part.positions.size());
-    for (Vector p : {Vector{5, 0, 0}, Vector{6, 0, 0}, Vector{5, 1, 0}}) addVertex(part, p);
+    part.positions.insert(part.positions.end(), {{5, 0, 0}, {6, 0, 0}, {5, 1, 0}});
     part.triangles = {{base, base + 1, base + 2, one}, {base, base + 2, base + 1, none}};
     displace(part);
 
-    size_t fromTwo = 0, fromOne = 0, fromNone = 0;
+    std::map<uint32_t, size_t> faces;   // by shader
     for (const Triangle& t : part.triangles) {
         const Vector p = part.positions[t.a];
-        if (t.shader == two) {
-            ++fromTwo;
-            EXPECT_NEAR(p.z, 0.75f, 1e-6f);   // 0.25 in the first pass, 0.5 in the second
-        } else if (t.shader == one) {
-            ++fromOne;
-            EXPECT_EQ(p.z, 0.0f);
-            EXPECT_GE(p.x, 5.5f);
-        } else {
-            ++fromNone;
-            EXPECT_EQ(p, (Vector{5, 0, 0}));
+        ++faces[t.shader];
+        if (t.shader == two) {   // 2 x 0.125 up in the first pass, 0.5 in the second, and no move across
+            EXPECT_NEAR(p.z, 0.75f, 1e-6f);
+            EXPECT_TRUE(p.x >= 0.0f && p.x <= 1.0f && p.y >= 0.0f && p.y <= 1.0f) << p.x << " " << p.y;
         }
+        if (t.shader == one) { EXPECT_TRUE(p.z == 0.0f && p.x >= 5.5f) << p.x; }
+        if (t.shader == none) { EXPECT_EQ(p, (Vector{5, 0, 0})); }
     }
-    EXPECT_EQ(fromTwo, 2u * 4u * 9u);
-    EXPECT_EQ(fromOne, 4u);
-    EXPECT_EQ(fromNone, 1u);
+    EXPECT_EQ(faces, (std::map<uint32_t, size_t>{{two, 2u * 4u * 9u}, {one, 4u}, {none, 1u}}));
 }
 
-// Each thread writes what its run of faces makes straight into the part's
-// arrays, where the runs before it end; channels that some corners lie
-// beyond get values for the patches within them only. The arrays are the
-// same on any team.
+// Each thread writes its run of faces straight into the part's arrays after
+// the runs before it; channels that some corners lie beyond get values for the
+// patches within them only. The arrays are the same on any team.
 TEST_F(Displacement, ResultDoesNotDependOnTheTeamSize) {
     const uint32_t twoPasses = shaderWith(40, {{3, zero, {0.01f, -0.02f, 0.05f}}, {2, zero, {0, 0, 0.03f}}});
     const uint32_t directed = shaderWith(40, {{4, {1, 0.5f, 0.25f}, {0.1f, 0.2f, 0.3f}}});
-    const std::vector<Part> parts = onTeams({1, 2, 3}, [&] {
+    const Part one = sameOnEveryTeam({2, 3}, [&] {
         Part part = grid(9, 1.0f, twoPasses);
         for (size_t q = 0; q < part.tetragons.size(); q += 3) part.tetragons[q].shader = directed;
         for (size_t v = 0; v < part.positions.size() / 2; ++v) part.scalarChannels[0].elements.push_back(float(v));
         displace(part);
         return part;
     });
-    EXPECT_TRUE(sameArrays(parts[1], parts[0]));
-    EXPECT_TRUE(sameArrays(parts[2], parts[0]));
-    const Part& one = parts[0];
     EXPECT_EQ(one.uvChannels[0].elements.size(), one.positions.size());
     EXPECT_GT(one.scalarChannels[0].elements.size(), 0u);
     EXPECT_LT(one.scalarChannels[0].elements.size(), one.positions.size() / 2);
@@ -252,29 +203,24 @@ TEST_F(Displacement, ResultDoesNotDependOnTheTeamSize) {
 TEST_F(Displacement, WithoutNormalsItWarnsAndLeavesTheFacesAsTriangles) {
     Part part = grid(2, 1.0f, shaderWith(-1, {{4, zero, {0, 0, 1}}}));
     const std::vector<Vector> before = part.positions;
+    const std::string warning = "warning :( \tmissing vertex normals for displacement mapping";
     const auto lines = reportedLines([&] { displace(part); });
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "warning :( \tmissing vertex normals for displacement mapping"),
-              2);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), kRule), 1);
-    EXPECT_TRUE(part.tetragons.empty());
-    EXPECT_EQ(part.triangles.size(), 8u);
+    EXPECT_TRUE(std::ranges::count(lines, warning) == 2 && std::ranges::count(lines, kRule) == 1);
+    EXPECT_TRUE(part.tetragons.empty() && part.triangles.size() == 8u);
     EXPECT_EQ(part.positions, before);
 
     // Given normals without tangents: one warning.
     Part normalsOnly = grid(1, 1.0f, shaderWith(-1, {{4, zero, {0, 0, 1}}}));
     normalsOnly.normals.assign(4, PackedDirection{0, 0, 127});
-    const auto once = reportedLines([&] { displace(normalsOnly); });
-    EXPECT_EQ(std::count(once.begin(), once.end(), "warning :( \tmissing vertex normals for displacement mapping"), 1);
+    EXPECT_EQ(std::ranges::count(reportedLines([&] { displace(normalsOnly); }), warning), 1);
 }
 
 TEST_F(Displacement, OctahedronAlongItsNormalsApproachesASphereSharedByInstances) {
-    // Normals smoothed over all four faces at a corner point along the axes;
-    // the patches curve towards the sphere and the move adds 1 along them.
-    // Three instances, the first at the origin, hold no geometry of their own.
-    prepareScene(octahedron(1.0f, shaderWith(150, {{24, zero, {0, 0, 1}}})), 3);
+    // Normals smoothed over the four faces at a corner point along the axes, the patches
+    // curve towards the sphere, the move adds 1; the three instances hold no geometry.
+    prepareScene({octahedron(1.0f, shaderWith(150, {{24, zero, {0, 0, 1}}}))}, 3);
     const Part& part = registry.objects[0].parts[0];
-    EXPECT_EQ(part.triangles.size(), 8u * 24u * 24u);
-    EXPECT_TRUE(registry.objects[1].parts.empty());
+    EXPECT_TRUE(part.triangles.size() == 8u * 24u * 24u && registry.objects[1].parts.empty());
     // Patches meet without cracks: the points of a shared edge are the same
     // floats on both sides, so the surface has the positions of a closed one.
     std::set<std::tuple<float, float, float>> unique;
@@ -296,34 +242,24 @@ TEST_F(Displacement, OctahedronAlongItsNormalsApproachesASphereSharedByInstances
 
 TEST_F(Displacement, SmoothedSphereShadesSmoothlyWithTheSameSilhouette) {
     // Two spheres of one mesh, one without normals (angle 0) and one smoothed.
-    const int layered = named();
-    lvAddSurfaceShader(layered);
-    Part faceted = sphere(24, 12, 1.0f, uint32_t(layered));
-    const int smoothShader = named();
-    lvAddSurfaceShader(smoothShader);
-    lvSetShaderSmoothAngle(smoothShader, 60);
-    lvSetShaderSmoothAngle(layered, 0);
-    Part smoothed = faceted;
+    const int layered = named(), smoothShader = named();
+    for (int s : {layered, smoothShader}) lvAddSurfaceShader(s);
+    lvSetShaderSmoothAngle(layered, 0), lvSetShaderSmoothAngle(smoothShader, 60);
+    Part faceted = sphere(24, 12, 1.0f, uint32_t(layered)), smoothed = faceted;
     for (Triangle& t : smoothed.triangles) t.shader = uint32_t(smoothShader);
     for (Vector& p : smoothed.positions) p.x += 3.0f;
-    Object object;
-    object.parts = {faceted, smoothed};
-    registry.objects.push_back(std::move(object));
-    for (Shader& shader : registry.shaders) prepareShader(shader);
-    quietly(prepareAccelerator);
+    prepareScene({faceted, smoothed});
 
     float facetedError = 0.0f, smoothError = 0.0f;
     for (int r = 0; r < 400; ++r) {
         const Vector aim = {float(r % 20) * 0.11f - 1.0437f, float(r / 20) * 0.11f - 1.0291f, 0.0f};
-        RayState left = rayFrom(aim + Vector{0, 0, 5}, {0, 0, -1});
-        RayState right = rayFrom(aim + Vector{3, 0, 5}, {0, 0, -1});
+        RayState left = rayFrom(aim + Vector{0, 0, 5}, {0, 0, -1}), right = rayFrom(aim + Vector{3, 0, 5}, {0, 0, -1});
         const bool hitLeft = intersectClosest(left), hitRight = intersectClosest(right);
         ASSERT_EQ(hitLeft, hitRight) << r;
         if (!hitLeft) continue;
         EXPECT_NEAR(left.t, right.t, 1e-5f);
         HitRecord a{}, b{};
-        shadeHit(left, a);
-        shadeHit(right, b);
+        shadeHit(left, a), shadeHit(right, b);
         const Vector p = left.origin + left.direction * left.t;
         EXPECT_LT(angleDegrees(a.normal, a.geometric_normal), 0.05f);
         // Grazing hits keep the face normal so that reflections stay above the face.

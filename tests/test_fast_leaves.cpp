@@ -1,6 +1,4 @@
-#include "geometry/object.h"
-// The leaf records that the walks read must give the very bits of the face
-// tests on the parts: same hits, same distances, same hit parameters.
+// The leaf records that the walks read must give the very bits of the face tests on the parts.
 #include <algorithm>
 #include <bit>
 
@@ -35,7 +33,7 @@ Object facesWithTies() {
     Part tris = triangleSoup(1500, 10, 1.5f);
     for (uint32_t i = 0; i < 300; ++i) tris.triangles.push_back(tris.triangles[5 * i]);
     for (uint32_t i = 0; i < tris.triangles.size(); i += 3) tris.triangles[i].shader = 1;
-    object.parts = {tris, tetragonField(800, 10, 1.0f), sphereCloud(200, 10, 0.5f)};
+    object.parts = {tris, triangleSoup(800, 10, 1.0f, true), sphereCloud(200, 10, 0.5f)};
     registry.shaders[1].geometry.visibility = 0;
     prepareHierarchy(object);
     return object;
@@ -118,8 +116,7 @@ TEST_F(LeafRecords, WalksOverRecordsAnswerAsWalksOverReferences) {
 TEST_F(LeafRecords, LargeHierarchiesGetRecordRunsThatCoverTheirLeaves) {
     // Too large for a core's cache: nodes with leaf slots get runs, which the
     // invariants check against every leaf slot.
-    Object object;
-    object.parts.push_back(triangleSoup(30000, 40, 1.0f));
+    Object object = objectWith(triangleSoup(30000, 40, 1.0f));
     prepareHierarchy(object);
     ASSERT_EQ(object.leafRuns.size(), object.wideNodes.size());
     const auto withRuns = std::count_if(object.leafRuns.begin(), object.leafRuns.end(),
