@@ -58,10 +58,11 @@ std::vector<std::string> reportForm(const std::string& report, int& frameLines) 
 // must have the same lines.
 void compareRenders(const std::string& example, const std::vector<std::pair<std::string, std::string>>& edits) {
     const fs::path work = fs::temp_directory_path() / ("lv-distributed-" + example);
-    const fs::path one = copyExample(example, work / "one", edits), again = copyExample(example, work / "again", edits);
-    const fs::path two = copyExample(example, work / "two", edits);
-    const HostRun alone = runCommand(work, "OMP_NUM_THREADS=1 " + quoted(LUMIVANE_EXE) + " " + quoted(one));
-    runCommand(work, "OMP_NUM_THREADS=1 " + quoted(LUMIVANE_EXE) + " " + quoted(again));
+    const fs::path one = copyExample(example, work / "one", edits), again = copyExample(example, work / "again", edits),
+                   two = copyExample(example, work / "two", edits);
+    const std::string host = "OMP_NUM_THREADS=1 " + quoted(LUMIVANE_EXE) + " ";
+    const HostRun alone = runCommand(work, host + quoted(one));
+    runCommand(work, host + quoted(again));
     const HostRun pair = runCommand(work, kMpirun + "-np 2 " + quoted(LUMIVANE_EXE) + " " + quoted(two));
     ASSERT_EQ(alone.status, 0) << alone.err;
     ASSERT_EQ(pair.status, 0) << pair.err;
@@ -95,14 +96,9 @@ void compareRenders(const std::string& example, const std::vector<std::pair<std:
 // each and cast half the photons.
 TEST(Distributed, ImagesAndReportMatchOneProcess) {
     SKIP_WITHOUT_MPI();
-    const std::string cameraAovs =
-        "resolution 64 64\n"
-        "  aov\n    image \"normal.hdr\"\n    type \"normal\"\n  end\n"
-        "  aov\n    image \"depth.hdr\"\n    type \"depth\"\n  end\n"
-        "  aov\n    image \"lambertian.hdr\"\n    type \"lambertian\"\n  end\n"
-        "  aov\n    image \"glossy.hdr\"\n    type \"glossy\"\n  end\n"
-        "  aov\n    image \"emissive.hdr\"\n    type \"emissive\"\n  end\n"
-        "  aov\n    image \"light_path.hdr\"\n    type \"light_path\"\n  end\n";
+    std::string cameraAovs = "resolution 64 64\n";
+    for (const std::string type : {"normal", "depth", "lambertian", "glossy", "emissive", "light_path"})
+        cameraAovs += "  aov\n    image \"" + type + ".hdr\"\n    type \"" + type + "\"\n  end\n";
     compareRenders("cornell",
                    {{"resolution 256 256\n", cameraAovs},
                     {"photon 200000\n", "photon 20000\n  aov\n    image \"lamp.hdr\"\n    type \"lambertian\"\n  end\n"}});
@@ -146,9 +142,8 @@ TEST(Distributed, PhotonsTreeAndCellsMatchOneProcess) {
     }
     EXPECT_EQ(same[1], 1);
     EXPECT_GT(photons[0], 100);
-    EXPECT_EQ(photons[0], photons[1]);
     EXPECT_GT(cells[0], 1000);
-    EXPECT_EQ(cells[0], cells[1]);
+    EXPECT_EQ((std::pair{photons[1], cells[1]}), (std::pair{photons[0], cells[0]}));
     for (int c = 0; c < 3; ++c) {
         EXPECT_NEAR(power[1][c], power[0][c], 1e-4 * power[0][c]);
         EXPECT_GT(sum[0][c], 0.0);
