@@ -89,7 +89,6 @@ inline int exitStatus(pid_t pid, double seconds) {
 inline fs::path copyExample(const std::string& name, const fs::path& to,
                               const std::vector<std::pair<std::string, std::string>>& edits) {
     fs::remove_all(to);
-    fs::create_directories(to.parent_path());
     // The scene is the example's folders; images rendered beside them stay behind.
     fs::create_directories(to);
     for (const fs::path& entry : fs::directory_iterator(fs::path(LV_SOURCE_DIR) / "examples" / name))

@@ -101,7 +101,12 @@ TEST_F(SceneFile, CutFilesAndOverlongLinesNeverHangOrCrash) {
         "shader\n surface_shader\n  glossy\n   sampler\n   end\n  end\n end\nend\n";
     // Random bytes are the scene_file fuzz target's; here every cut of a scene.
     for (size_t n = 0; n <= scene.size(); ++n) readScene(scene.substr(0, n));
-    readScene(std::string(100000, 'x') + "\ncamera\n name \"" + std::string(9000, 'n') + "\"\nend\n");
-    // The name line was cut at the limit, its closing quote with it.
+    readScene(std::string(100000, 'x') + "\ncamera\n name \"" + std::string(9000, 'n') + "\"\n resolution 6 5 " +
+              std::string(100000, 'x') + "\nend\n");
+    // The name line was cut at the limit, its closing quote with it; the
+    // words of a long line before the limit count, and the next line is read
+    // as its own.
     EXPECT_EQ(registry.cameras.back().name, std::string(kSceneLineLimit - 7, 'n'));
+    EXPECT_EQ(registry.cameras.back().width, 6);
+    EXPECT_EQ(registry.cameras.back().height, 5);
 }

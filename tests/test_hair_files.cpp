@@ -74,10 +74,8 @@ TEST_F(HairFiles, TextFileLaysOutStrandsAfterItsEndWhateverTheOrderOfItsLines) {
         EXPECT_EQ(part.strandSizes, std::vector<uint32_t>({2, 1}));
         ASSERT_EQ(part.positions.size(), 5u);
         EXPECT_TRUE(part.positions[2] == (Vector{2, 0.5f, -1}));
-        for (size_t i = 0; i < 5; ++i) {
-            EXPECT_EQ(part.scalarChannels[0].elements[i], 0.003f);
-            EXPECT_TRUE(part.uvChannels[0].elements[i].u == 0.0f && part.uvChannels[0].elements[i].v == 0.0f);
-        }
+        EXPECT_EQ(part.scalarChannels[0].elements, std::vector<float>(5, 0.003f));
+        for (const UV& uv : part.uvChannels[0].elements) EXPECT_TRUE(uv.u == 0.0f && uv.v == 0.0f);
     }
 }
 

@@ -62,12 +62,11 @@ TEST_F(ObjectTest, SetInstanceKeepsTheMatrixWhenNoneIsGiven) {
     const Instance& in = registry.objects[0].instances[0];
     EXPECT_EQ(in.target, 4u);
     EXPECT_EQ(in.targetName, "particles");
-    EXPECT_EQ(in.toWorld[3], 5.0f);
-    EXPECT_EQ(in.toWorld[11], 7.0f);
-    EXPECT_EQ(in.toWorld[15], 1.0f);   // the fourth row stays the identity's
+    // The fourth row stays the identity's.
+    EXPECT_EQ((std::vector<float>{in.toWorld[3], in.toWorld[11], in.toWorld[15]}), (std::vector<float>{5, 7, 1}));
 }
 
-TEST_F(ObjectTest, CheckPartReportsMixedFamiliesAndShortArraysOnce) {
+TEST_F(ObjectTest, CheckPartReportsOnceAndGivesUndefinedFacesThePartShader) {
     Part part;
     part.positions.resize(10);
     part.normals.resize(9);
@@ -82,24 +81,22 @@ TEST_F(ObjectTest, CheckPartReportsMixedFamiliesAndShortArraysOnce) {
     Part quiet;
     quiet.positions.resize(3);   // the empty radius and uv channels do not count
     EXPECT_TRUE(reportedLines([&] { checkPart(quiet); }).empty());
-}
 
-TEST_F(ObjectTest, CheckPartGivesUndefinedFacesThePartShader) {
+    // Faces of the undefined shader take the part's; once shader 0 has a
+    // name of its own, they keep it.
     registry.shaders[0].name = "undefined";
     registry.shaders.push_back(Shader{});
     registry.shaders[1].name = "red";
-    Part part;
-    part.shader = 1;
-    part.triangles = {{0, 1, 2, 0}, {0, 1, 2, 1}};
-    checkPart(part);
-    EXPECT_EQ(part.triangles[0].shader, 1u);
-    EXPECT_EQ(part.triangles[1].shader, 1u);
+    Part faces;
+    faces.shader = 1;
+    faces.triangles = {{0, 1, 2, 0}, {0, 1, 2, 1}};
+    checkPart(faces);
+    EXPECT_TRUE(faces.triangles[0].shader == 1u && faces.triangles[1].shader == 1u);
 
     registry.shaders[0].name = "named";
-    part.shader = 1;
-    part.triangles = {{0, 1, 2, 0}};
-    checkPart(part);
-    EXPECT_EQ(part.triangles[0].shader, 0u);
+    faces.triangles = {{0, 1, 2, 0}};
+    checkPart(faces);
+    EXPECT_EQ(faces.triangles[0].shader, 0u);
 }
 
 }  // namespace

@@ -20,9 +20,8 @@ Window findWindow(Display* display, Window under, const char* title) {
         XFree(name);
         if (match) return under;
     }
-    Window root, parent, *children = nullptr;
+    Window root, parent, *children = nullptr, found = 0;
     unsigned count = 0;
-    Window found = 0;
     if (XQueryTree(display, under, &root, &parent, &children, &count)) {
         for (unsigned i = 0; i < count && !found; ++i) found = findWindow(display, children[i], title);
         if (children) XFree(children);
@@ -107,6 +106,10 @@ protected:
         return spawnHost({LUMIVANE_EXE, "--preview", (dir / "scene").string()}, display_, dir / "out.txt");
     }
     std::string output() const { return slurp(dir / "out.txt"); }
+    bool loadBeauty(ImageRecord& image) const {
+        image.name = (dir / "scene/beauty.hdr").string();
+        return LoadImage(image) == 1;
+    }
     Window window() { return findWindow(x_, DefaultRootWindow(x_), "lumivane"); }
 
     std::string display_;
@@ -133,9 +136,7 @@ TEST_F(PreviewTest, WindowShowsTheBeautyImage) {
     int worst = 0, lit = 0;
     waitFor([&] {
         ImageRecord beauty;
-        beauty.name = (dir / "scene/beauty.hdr").string();
-        if (LoadImage(beauty) != 1) return false;
-        XImage* shot = XGetImage(x_, w, 0, 0, 32, 24, AllPlanes, ZPixmap);
+        XImage* shot = loadBeauty(beauty) ? XGetImage(x_, w, 0, 0, 32, 24, AllPlanes, ZPixmap) : nullptr;
         if (!shot) return false;
         worst = 0, lit = 0;
         for (int y = 0; y < 24; ++y)
@@ -182,8 +183,7 @@ TEST_F(PreviewTest, ClosingEarlyLeavesTheMeanOfFewerFrames) {
     EXPECT_EQ(output().find("close the window to exit"), std::string::npos) << "the render ran to its end";
 
     ImageRecord beauty;
-    beauty.name = (dir / "scene/beauty.hdr").string();
-    ASSERT_EQ(LoadImage(beauty), 1);
+    ASSERT_TRUE(loadBeauty(beauty));
     // The middle rows see the floor; the top rows the sky beyond it.
     for (int x = 0; x < 32; ++x) EXPECT_EQ(FetchPixel(beauty, 20 * 32 + x), (Color{0.5f, 0.5f, 0.5f})) << x;
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <vector>
 
 #include "core/distribution.h"
@@ -19,6 +20,14 @@ double referenceRadicalInverse(uint32_t index, uint32_t base) {
     double v = 0.0, w = 1.0 / base;
     for (; index > 0; index /= base, w /= base) v += (index % base) * w;
     return v;
+}
+
+Distribution makeDistribution(const std::vector<float>& weights) {
+    Distribution d;
+    initializeDistribution(d, int(weights.size()));
+    for (size_t i = 0; i < weights.size(); ++i) setWeight(d, int(i), weights[i]);
+    finishDistribution(d);
+    return d;
 }
 
 }  // namespace
@@ -38,33 +47,20 @@ TEST_F(RandomTables, TablesAndLoopAgreeWithReference) {
 // Noise reads the permutation through index + 256 too: two copies of one
 // permutation of the bytes.
 TEST_F(RandomTables, PermutationIsDoubled) {
+    std::vector<int> bytes(256);
+    std::iota(bytes.begin(), bytes.end(), 0);
+    EXPECT_TRUE(std::is_permutation(noisePermutation, noisePermutation + 256, bytes.begin()));
     EXPECT_TRUE(std::equal(noisePermutation, noisePermutation + 256, noisePermutation + 256));
-    std::vector<int> seen(256, 0);
-    for (int i = 0; i < 256; ++i) ++seen[noisePermutation[i]];
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), 256);
 }
 
 TEST(VectorGuards, ZeroStaysZeroAndSeedsRepeat) {
     EXPECT_EQ(normalized(zero), zero);
-    EXPECT_EQ(guardedLength(0.0f), 1e-5f);
     seedHardwareRandom(1234);
     std::vector<uint32_t> first(8);
     for (auto& v : first) v = hardwareRandom();
     seedHardwareRandom(1234);
     for (uint32_t v : first) EXPECT_EQ(hardwareRandom(), v);
 }
-
-namespace {
-
-Distribution makeDistribution(const std::vector<float>& weights) {
-    Distribution d;
-    initializeDistribution(d, int(weights.size()));
-    for (size_t i = 0; i < weights.size(); ++i) setWeight(d, int(i), weights[i]);
-    finishDistribution(d);
-    return d;
-}
-
-}  // namespace
 
 // Each entry owns the stretch of the cdf that its probability says, so a
 // draw that finds its stretch follows the pdf.

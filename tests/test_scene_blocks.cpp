@@ -26,10 +26,8 @@ TEST_F(SceneBlocks, RenderKeywordsSetTheRendererValues) {
         " final_gather\n  ray_depth 3\n  photon_depth 4\n  sample 5\n  bounce 6\n"
         "  distance 0.5\n  resolution 0.25\n  radius 0.125\n end\nend\n"
         "render\n image_path \"second\"\nend\n");
-    EXPECT_EQ(registry.clamp[0], 1.0f);
-    EXPECT_EQ(registry.clamp[2], 3.4e38f);
-    EXPECT_EQ(registry.displayGamma, 1.8f);
-    EXPECT_EQ(registry.renderExposure, 2.0f);
+    EXPECT_EQ((Floats{registry.clamp[0], registry.clamp[2], registry.displayGamma, registry.renderExposure}),
+              (Floats{1.0f, 3.4e38f, 1.8f, 2.0f}));
     EXPECT_EQ((Ints{registry.ray_depth, registry.photon_depth, registry.rendererSample, registry.bounce}), (Ints{3, 4, 5, 6}));
     EXPECT_EQ((Floats{registry.distance, registry.resolution, registry.radius}), (Floats{0.5f, 0.25f, 0.125f}));
     EXPECT_EQ(registry.imagePaths, (std::vector<std::string>{"", "textures/a b", "second"}));
@@ -46,11 +44,8 @@ TEST_F(SceneBlocks, CameraKeywordsPosesAndAovs) {
     EXPECT_EQ(c.name, "main view");
     EXPECT_EQ((Ints{c.width, c.height, c.regionLeft, c.regionTop, c.regionRight, c.regionBottom}),
               (Ints{320, 200, 1, 2, 3, 4}));
-    EXPECT_EQ(c.sample, 3);
-    EXPECT_EQ(c.ior, 1.33f);
-    EXPECT_EQ(c.exposure[2], 4.0f);
-    EXPECT_EQ(c.projection, 1);
-    EXPECT_EQ(c.poseCount, 2);
+    EXPECT_EQ((Ints{c.sample, c.projection, c.poseCount}), (Ints{3, 1, 2}));
+    EXPECT_EQ((Floats{c.ior, c.exposure[2]}), (Floats{1.33f, 4.0f}));
     EXPECT_EQ(c.poses[0].target, (Vector{4, 5, 6}));
     EXPECT_EQ((Floats{c.poses[0].bokeh, c.poses[0].fieldOfView}), (Floats{0.5f, 45.0f}));
     EXPECT_EQ(c.poses[1].position, (Vector{7, 8, 9}));
@@ -79,9 +74,7 @@ TEST_F(SceneBlocks, CameraKeywordsPosesAndAovs) {
 // A scene directory made on the spot, read and rendered by lvGo: its whole
 // report is tests/golden/lvgo_report.txt, with what varies from run to run
 // or with the thread count masked (the date, times, rates and the image's
-// mean and variance), and each progress line as a
-// terminal leaves it. LV_UPDATE_GOLDEN=1 writes the
-// file anew.
+// mean and variance). LV_UPDATE_GOLDEN=1 writes the file anew.
 TEST_F(SceneBlocks, LvGoReadsRendersAndReports) {
     const std::string pose = " pose\n  position 0 0 5\n  target 0 0 0\n  up_vector 0 1 0\n  field_of_view 40\n end\n";
     writeFile(dir / "render/b.lv", "render\n image_path \"second\"\nend\n");

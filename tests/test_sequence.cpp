@@ -13,9 +13,21 @@
 
 namespace {
 
-// Every elementary box of area 2^-k, of each of the k + 1 shapes, holds
-// exactly one of the first 2^k pairs, for k up to 10: a (0, k, 2)-net in
-// every prefix. The first draw alone is stratified in 2^k intervals.
+// Whether every elementary box of area 2^(t - k), of each shape, holds 2^t
+// of the first 2^k points (x[n], y[n]): a net of quality t.
+bool isNet(const std::vector<float>& x, const std::vector<float>& y, int k, int t) {
+    for (int i = 0; i <= k - t; ++i) {
+        const int columns = 1 << i, rows = 1 << (k - t - i);
+        std::vector<int> boxes(size_t(1) << (k - t), 0);
+        for (int n = 0; n < (1 << k); ++n) ++boxes[size_t(int(x[n] * columns) * rows + int(y[n] * rows))];
+        for (int count : boxes)
+            if (count != 1 << t) return false;
+    }
+    return true;
+}
+
+// Every prefix of 2^k pairs, k up to 10, is a (0, k, 2)-net; the first draw
+// alone is stratified in 2^k intervals.
 TEST(Sequence, EveryPrefixIsANetInEachEvent) {
     for (uint32_t key : {1u, 0x9E3779B9u, 0xDEADBEEFu})
         for (uint32_t dimension : {0u, 2u, 7u})
@@ -29,13 +41,7 @@ TEST(Sequence, EveryPrefixIsANetInEachEvent) {
                     a.push_back(x), b.push_back(y);
                 }
                 for (int k = 0; k <= 10; ++k)
-                    for (int i = 0; i <= k; ++i) {
-                        const int columns = 1 << i, rows = 1 << (k - i);
-                        std::vector<int> boxes(size_t(1) << k, 0);
-                        for (int n = 0; n < (1 << k); ++n)
-                            ++boxes[size_t(int(a[n] * columns) * rows + int(b[n] * rows))];
-                        for (int count : boxes) ASSERT_EQ(count, 1) << key << " " << dimension << " " << use << " " << k;
-                    }
+                    ASSERT_TRUE(isNet(a, b, k, 0)) << key << " " << dimension << " " << use << " " << k;
             }
 }
 
@@ -59,13 +65,7 @@ TEST(Sequence, LightPicksAreStratifiedWithTheJitter) {
                 std::vector<int> strata(size_t(1) << k, 0);
                 for (int n = 0; n < (1 << k); ++n) ++strata[size_t(pick[n] * float(1 << k))];
                 for (int count : strata) ASSERT_EQ(count, 1) << use << " " << k;
-                for (const std::vector<float>& j : jitter)
-                    for (int i = 0; i <= k - t; ++i) {
-                        const int columns = 1 << i, rows = 1 << (k - t - i);
-                        std::vector<int> boxes(size_t(1) << (k - t), 0);
-                        for (int n = 0; n < (1 << k); ++n) ++boxes[size_t(int(j[n] * columns) * rows + int(pick[n] * rows))];
-                        for (int count : boxes) ASSERT_EQ(count, 1 << t) << use << " " << k << " " << i;
-                    }
+                for (const std::vector<float>& j : jitter) ASSERT_TRUE(isNet(j, pick, k, t)) << use << " " << k;
             }
         }
 }
@@ -84,10 +84,9 @@ TEST(Sequence, PixelsAndEventsDrawApart) {
     int cells[8][8] = {};
     for (int y = 0; y < 64; ++y)
         for (int x = 0; x < 64; ++x) {
-            float a, b;
+            float a, b, c, d;
             drawPair({pixelSequenceKey(seed, x, y), 0, 0}, kUseJitter, a, b);
             ++cells[int(a * 8)][int(b * 8)];
-            float c, d;
             drawPair({pixelSequenceKey(seed, x + 16, y), 0, 0}, kUseJitter, c, d);
             EXPECT_TRUE(a != c || b != d);
         }

@@ -34,16 +34,6 @@ def empty_scene(tmp_path):
     unregister()
 
 
-def material(name, base, specular=0.0):
-    m = bpy.data.materials.new(name)
-    m.use_nodes = True
-    principled = m.node_tree.nodes["Principled BSDF"]
-    principled.inputs["Base Color"].default_value = (*base, 1.0)
-    principled.inputs["Specular"].default_value = specular
-    principled.inputs["Roughness"].default_value = 1.0
-    return m
-
-
 def floor(size=40.0, albedo=0.5):
     """A plane of a Diffuse BSDF, which is Lambert's law in Cycles (the
     Principled BSDF's diffuse is not)."""
@@ -81,11 +71,12 @@ def light(kind, energy, location=(0.0, 0.0, 3.0), **settings):
     return obj
 
 
-def sunlit_floor():
+def sunlit_floor(frames=4):
     """The plane lit straight down by a sun of 3 W/m^2, 5 below the camera."""
     floor()
     camera_above(5.0)
     light("SUN", 3.0)
+    bpy.context.scene.lumivane.frames = frames
 
 
 def world(colour):
@@ -114,14 +105,14 @@ def render(tmp_path, passes=()):
     tree.nodes.clear()
     layers = tree.nodes.new("CompositorNodeRLayers")
     tree.links.new(layers.outputs["Image"], tree.nodes.new("CompositorNodeComposite").inputs["Image"])
+    formats = [scene.render.image_settings]
     for name in passes:
         output = tree.nodes.new("CompositorNodeOutputFile")
         output.base_path = str(tmp_path / name)
-        output.format.file_format = "OPEN_EXR"
-        output.format.color_depth = "32"
+        formats.append(output.format)
         tree.links.new(layers.outputs[name], output.inputs[0])
-    scene.render.image_settings.file_format = "OPEN_EXR"
-    scene.render.image_settings.color_depth = "32"
+    for settings in formats:
+        settings.file_format, settings.color_depth = "OPEN_EXR", "32"
     scene.render.filepath = str(tmp_path / "combined.exr")
     bpy.ops.render.render(write_still=True)
     shape = (scene.render.resolution_y, scene.render.resolution_x, 4)
@@ -186,7 +177,12 @@ def features():
     floor()
     bpy.ops.mesh.primitive_cube_add(location=(0.0, 0.0, 1.0))
     bpy.context.object.modifiers.new("bevel", "BEVEL")
-    textured = material("textured", (1.0, 1.0, 1.0))
+    textured = bpy.data.materials.new("textured")
+    textured.use_nodes = True
+    principled = textured.node_tree.nodes["Principled BSDF"]
+    principled.inputs["Specular"].default_value = 0.0
+    principled.inputs["Roughness"].default_value = 1.0
+    principled.inputs["Sheen"].default_value = 0.5
     image = bpy.data.images.new("checker", 8, 8)
     image.generated_type = "COLOR_GRID"
     image.filepath_raw = os.path.join(bpy.app.tempdir or "/tmp", "lumivane-checker.png")
@@ -194,9 +190,7 @@ def features():
     image.save()
     texture = textured.node_tree.nodes.new("ShaderNodeTexImage")
     texture.image = image
-    textured.node_tree.links.new(texture.outputs["Color"],
-                                 textured.node_tree.nodes["Principled BSDF"].inputs["Base Color"])
-    textured.node_tree.nodes["Principled BSDF"].inputs["Sheen"].default_value = 0.5
+    textured.node_tree.links.new(texture.outputs["Color"], principled.inputs["Base Color"])
     bpy.context.object.data.materials.append(textured)
     collection = bpy.data.collections.new("ball")
     bpy.ops.mesh.primitive_uv_sphere_add(radius=0.3)
@@ -210,7 +204,7 @@ def features():
         empty.instance_collection = collection
         empty.location = (x, 0.0, 0.3)
         bpy.context.scene.collection.objects.link(empty)
-    camera = camera_above(8.0)
+    camera = camera_above()
     camera.location = (0.0, -8.0, 6.0)
     camera.rotation_euler = (math.radians(50.0), 0.0, 0.0)
     light("POINT", 300.0, location=(2.0, -2.0, 4.0))
@@ -245,15 +239,13 @@ def test_features_translate_render_and_export(tmp_path):
 
 
 def test_cancelled_render_ends_without_error(tmp_path, monkeypatch):
-    sunlit_floor()
-    bpy.context.scene.lumivane.frames = 1000
+    sunlit_floor(frames=1000)
     monkeypatch.setattr(engine.LumivaneRenderEngine, "test_break", lambda self: True, raising=False)
     render(tmp_path)
 
 
 def test_a_child_that_dies_is_an_error_and_blender_goes_on(tmp_path, monkeypatch):
-    sunlit_floor()
-    bpy.context.scene.lumivane.frames = 100000
+    sunlit_floor(frames=100000)
     start = engine.start_child
 
     def dying(description):

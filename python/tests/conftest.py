@@ -70,8 +70,7 @@ def assert_same_within_noise(a, b, block=8):
     mean_a, mean_b = a.mean(axis=(0, 1)), b.mean(axis=(0, 1))
     np.testing.assert_allclose(mean_a, mean_b, rtol=0.02)
     h, w = a.shape[0] // block, a.shape[1] // block
-    blocks_a = a[:h * block, :w * block].reshape(h, block, w, block, 3).mean(axis=(1, 3))
-    blocks_b = b[:h * block, :w * block].reshape(h, block, w, block, 3).mean(axis=(1, 3))
+    blocks_a, blocks_b = (x[:h * block, :w * block].reshape(h, block, w, block, 3).mean(axis=(1, 3)) for x in (a, b))
     difference = np.abs(blocks_a - blocks_b) / (0.5 * (blocks_a + blocks_b) + 0.02)
     assert difference.mean() < 0.04, f"blocks differ by {difference.mean():.3f} on average"
 

@@ -16,15 +16,11 @@
 #include "scene/block_reader.h"
 
 void freshScene() {
-    static bool started = false;
-    static Registry startedScene;
-    if (!started) {
+    static const Registry startedScene = [] {
         std::cout.rdbuf(nullptr);
         lvStartup();
-        startedScene = registry;
-        started = true;
-        return;
-    }
+        return registry;
+    }();
     registry = startedScene;
 }
 

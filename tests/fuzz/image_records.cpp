@@ -12,10 +12,13 @@
 
 namespace {
 
-template <typename T>
-void fill(std::vector<T>& store, const uint8_t* data, size_t size) {
-    if (store.empty()) return;
-    std::memcpy(store.data(), data, std::min(size, store.size() * sizeof(T)));
+// Copies the buffer into every store of `image` (the ones its size made).
+void fill(ImageRecord& image, const uint8_t* data, size_t size) {
+    auto into = [&](auto& store) {
+        if (!store.empty()) std::memcpy(store.data(), data, std::min(size, store.size() * sizeof store[0]));
+    };
+    into(image.bitStore), into(image.byteStore), into(image.shortStore);
+    into(image.floatStore), into(image.doubleStore), into(image.rgbeStore);
 }
 
 }  // namespace
@@ -30,15 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     SizeImage(image, 1 + data[1] % 16, 1 + data[2] % 16, kChannels[(data[0] >> 3) % 3], kBits[data[0] % 5], rgbe);
     data += 3;
     size -= 3;
-    fill(image.bitStore, data, size);
-    fill(image.byteStore, data, size);
-    fill(image.shortStore, data, size);
-    fill(image.floatStore, data, size);
-    fill(image.doubleStore, data, size);
-    fill(image.rgbeStore, data, size);
-    const int pixels = image.width * image.height;
+    fill(image, data, size);
     float sink = 0.0f;
-    for (int i = 0; i < pixels; ++i) sink += FetchPixel(image, i).x;
+    for (int i = 0; i < image.width * image.height; ++i) sink += FetchPixel(image, i).x;
 
     ImageRecord output;
     SizeImage(output, 1 + int(size / sizeof(Color)), 1, 3, kBits[1 + data[0] % 4], false);

@@ -17,12 +17,10 @@ int main(int argc, char** argv) {
     std::vector<std::filesystem::path> inputs;
     for (int i = 1; i < argc; ++i) {
         const std::filesystem::path path = argv[i];
-        if (std::filesystem::is_directory(path)) {
+        if (!std::filesystem::is_directory(path)) inputs.push_back(path);
+        else
             for (const auto& entry : std::filesystem::recursive_directory_iterator(path))
                 if (entry.is_regular_file()) inputs.push_back(entry.path());
-        } else {
-            inputs.push_back(path);
-        }
     }
     std::sort(inputs.begin(), inputs.end());
     for (const auto& path : inputs) {

@@ -3,9 +3,8 @@
 // the first holds positions (and the UVs, normals or tangents that the
 // first byte asks for), the second triangle indices or particles. The
 // object is then built into the scene's hierarchy.
-#include <cstring>
+#include <algorithm>
 #include <string>
-#include <vector>
 
 #include "fuzz_scene.h"
 #include "lv.h"
@@ -15,14 +14,10 @@ namespace {
 // A one-row PFM image of three-channel pixels made of `bytes`, zero-padded
 // to whole pixels; its file name in the scratch directory.
 std::string writePfm(const std::string& name, const uint8_t* bytes, size_t size) {
-    const size_t pixels = (size + 11) / 12;
-    std::vector<uint8_t> file;
-    const std::string header = "PF\n" + std::to_string(pixels > 0 ? pixels : 1) + " 1\n-1.0\n";
-    file.insert(file.end(), header.begin(), header.end());
-    std::vector<uint8_t> body(std::max<size_t>(pixels, 1) * 12, 0);
-    if (size > 0) std::memcpy(body.data(), bytes, size);
-    file.insert(file.end(), body.begin(), body.end());
-    return writeScratchFile(name, file.data(), file.size());
+    const size_t pixels = std::max<size_t>((size + 11) / 12, 1);
+    std::string file = "PF\n" + std::to_string(pixels) + " 1\n-1.0\n";
+    file.append(reinterpret_cast<const char*>(bytes), size).append(pixels * 12 - size, '\0');
+    return writeScratchFile(name, reinterpret_cast<const uint8_t*>(file.data()), file.size());
 }
 
 }  // namespace
