@@ -109,7 +109,7 @@ LobeBundle sampleLight(const LightContext& c, int budget, bool spread, Sample sa
     DiffusionPoint point;
     SampleOrigin origin;
     const bool atSplit = c.bounces == 0 && (spread || c.diffusion);
-    const Split split = lightBudget(c, budget);
+    const Split split = atSplit ? lightBudget(c, budget) : Split{};
     const uint32_t n = takeSamples(c.ray, atSplit, split, [&](uint32_t index, uint32_t) {
         if (sampleOrigin(c, point, origin)) sum += sample(index, origin, atSplit ? split.total : 0u);
     });

@@ -41,7 +41,7 @@ Color diffuseLobe(const RayState& ray, const HitRecord& hit, Color t, bool below
     const bool hair = !below && isHair(ray);
     const bool first = pathBounces(ray) == 0;
     const bool diffusion = first && !below && !hair && hit.has_diffusion;
-    const Split split = lobeSplit(ray, hit, below ? kTagDiffuseTransmission : kTagLambertian, t);
+    const Split split = first ? lobeSplit(ray, hit, below ? kTagDiffuseTransmission : kTagLambertian, t) : Split{};
     RaySum sum;
     const uint32_t n = takeSamples(ray, first, split, [&](uint32_t index, uint32_t share) {
         const SequenceSampler sampler = samplerAt(ray, index);
@@ -71,8 +71,9 @@ Color diffuseLobe(const RayState& ray, const HitRecord& hit, Color t, bool below
 // the density of the draw.
 Color fibreGlossyLobe(const RayState& ray, const HitRecord& hit, Color t) {
     Color sum = zero;
-    const Split split = lobeSplit(ray, hit, kTagGlossyReflection, t);
-    const uint32_t n = takeSamples(ray, pathBounces(ray) == 0, split, [&](uint32_t index, uint32_t share) {
+    const bool first = pathBounces(ray) == 0;
+    const Split split = first ? lobeSplit(ray, hit, kTagGlossyReflection, t) : Split{};
+    const uint32_t n = takeSamples(ray, first, split, [&](uint32_t index, uint32_t share) {
         const LobeRay r = fibreRay(ray, hit, index);
         sum += traceSample(lobeChild(ray, hit, r, t), ray, index, share) * r.weight;
     });
@@ -102,8 +103,9 @@ Color glossyLobe(const RayState& ray, const HitRecord& hit) {
     if (isHair(ray)) return fibreGlossyLobe(ray, hit, t);
 
     RaySum reflected, transmitted;
-    const Split split = lobeSplit(ray, hit, kTagGlossyReflection, t);
-    const uint32_t n = takeSamples(ray, pathBounces(ray) == 0, split, [&](uint32_t index, uint32_t share) {
+    const bool first = pathBounces(ray) == 0;
+    const Split split = first ? lobeSplit(ray, hit, kTagGlossyReflection, t) : Split{};
+    const uint32_t n = takeSamples(ray, first, split, [&](uint32_t index, uint32_t share) {
         LobeRay rays[2];
         const int count = glossyRays(ray, hit, sampleHalfVector(hit, samplerAt(ray, index)), kRefractionMargin, rays);
         for (int k = 0; k < count; ++k) {

@@ -80,7 +80,8 @@ bool withinBounceBudget(const RayState& ray);
 // The samples that a lobe or a light takes at a hit. When `atSplit` (the
 // first hit), this frame's share of `split`, each at its own index of the
 // sequence, `share` being the split's rays a frame; else one at the path's
-// own index with a share of 1, while the bounce budget lasts. Calls
+// own index with a share of 1, while the bounce budget lasts (`split` is
+// read at the first hit only, so callers make it only there). Calls
 // `take(index, share)` for each and returns how many it called: a child of
 // the sample carries `index` and the parent's split times `share`.
 template <typename Take>
