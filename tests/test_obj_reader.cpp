@@ -1,6 +1,12 @@
 // The OBJ subset: faces into triangles and tetragons, relative indices,
-// warnings once a file, normal orientation and the vertex table.
+// warnings once a file, normal orientation, the vertex table, and reading
+// in stretches on several threads.
 #include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cstring>
+#include <random>
+#include <string>
 
 #include "scene/geometry_reader.h"
 #include "geometry/object.h"
@@ -99,6 +105,56 @@ TEST_F(ObjReaderTest, UsemtlOnlyInTheFirstColumnAndMalformedNumbers) {
     ASSERT_EQ(part.triangles.size(), 2u);
     EXPECT_TRUE(part.triangles[0].shader == uint32_t(red) && part.triangles[1].shader == uint32_t(red));
     EXPECT_EQ(part.positions[1].x, 1.0f);   // "1x" reads as 1
+}
+
+// A file read in many stretches on two threads gives the lists, faces and
+// warnings of one stretch, wherever the cuts fall: inside over-long lines,
+// between relative indices and their vertices, around material lines, bad
+// faces and NUL bytes.
+TEST_F(ObjReaderTest, StretchesOnThreadsReadAsOne) {
+    std::mt19937 random(11);
+    std::string text;
+    for (int k = 0; k < 4000; ++k) {
+        const unsigned r = random() % 100;
+        const std::string n = std::to_string(1 + random() % 300);
+        if (r < 30) text += "v " + std::to_string(random() % 1000 * 0.01f) + " " + n + " 0\n";
+        else if (r < 34) text += "vn 0 0 1\r\n  vt 0.5 " + n + "\n";
+        else if (r < 36) text += "usemtl stretch" + std::to_string(r) + "\nusemtl\n";
+        else if (r < 37) text += "v " + std::string(5000, '1') + " 2 3\n";   // the rest reads as a line
+        else if (r < 38) text += "f 1 2 3" + std::string(4090, ' ') + "f 1 2 3\n";
+        else if (r < 39) text += std::string("v 1 2\0 3\nf 1\0 2 3\n", 17);
+        else if (r < 41) text += "f 1 2 3 4 5\nf 1 1 2 3\nf 1 2 999999\n";
+        else if (r < 43) text += kSquare + "f -4 -3 -2 -1\n";
+        else text += "f " + n + "/-1 -" + std::to_string(1 + r % 4) + " " + n + (r < 60 ? " 7//1\n" : "\n");
+    }
+    writeFile(dir / "mesh.obj", text + "f 1 2 3");   // no newline at the end
+    const size_t saved = objStretchBytes;
+    auto read = [&](size_t bytes, int threads, GeometryReader& reader) {
+        objStretchBytes = bytes;
+        omp_set_num_threads(threads);
+        ReportCapture capture;
+        readObj(reader, path("mesh.obj"));
+        readObj(reader, path("mesh.obj"));   // a second file counts from the first one's end
+        return capture.text();
+    };
+    GeometryReader whole;
+    const std::string report = read(saved, 1, whole);
+    ASSERT_GT(whole.rawTriangles.size(), 1000u);
+    ASSERT_NE(report.find("degenerated quadrangles"), std::string::npos);
+    ASSERT_NE(report.find("please triangulate"), std::string::npos);
+    auto same = [](const auto& a, const auto& b) {
+        return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0;
+    };
+    for (size_t bytes : {97, 1000, 4096}) {
+        GeometryReader cut;
+        EXPECT_EQ(read(bytes, 2, cut), report) << bytes;
+        EXPECT_TRUE(same(cut.positions, whole.positions) && same(cut.normals, whole.normals) &&
+                    same(cut.uvs, whole.uvs) && same(cut.rawTriangles, whole.rawTriangles) &&
+                    same(cut.rawQuadrangles, whole.rawQuadrangles))
+            << bytes;
+    }
+    objStretchBytes = saved;
+    omp_set_num_threads(omp_get_num_procs());
 }
 
 }  // namespace
