@@ -204,8 +204,7 @@ class HierarchyTest : public ::testing::Test {
 protected:
     void SetUp() override {
         seedHardwareRandom(1234);
-        registry.shaders.assign(2, Shader{});
-        registry.objects.clear(), registry.rootObject = 0;
+        registry.shaders.assign(2, Shader{}), registry.objects.clear(), registry.rootObject = 0;
     }
     void TearDown() override {
         shadowFactorHook = [](const RayState&, const ShadowHit&) -> Color { return one; };

@@ -1,5 +1,4 @@
 // The leaf records that the walks read must give the very bits of the face tests on the parts.
-#include <algorithm>
 #include <bit>
 
 #include "hierarchy_fixtures.h"
@@ -111,18 +110,6 @@ TEST_F(LeafRecords, WalksOverRecordsAnswerAsWalksOverReferences) {
         };
         EXPECT_EQ(walk(0), walk(1)) << "ray " << r;
     }
-}
-
-TEST_F(LeafRecords, LargeHierarchiesGetRecordRunsThatCoverTheirLeaves) {
-    // Too large for a core's cache: nodes with leaf slots get runs, which the
-    // invariants check against every leaf slot.
-    Object object = objectWith(triangleSoup(30000, 40, 1.0f));
-    prepareHierarchy(object);
-    ASSERT_EQ(object.leafRuns.size(), object.wideNodes.size());
-    const auto withRuns = std::count_if(object.leafRuns.begin(), object.leafRuns.end(),
-                                        [](const LeafRun& run) { return run.lines > 0; });
-    EXPECT_GT(withRuns, std::ptrdiff_t(object.wideNodes.size() / 4));
-    expectHierarchyInvariants(object);
 }
 
 }  // namespace

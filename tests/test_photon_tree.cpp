@@ -24,8 +24,7 @@ Photon photonAt(Vector position, float id = 0.0f, Vector out = {0, 0, 1}) {
 
 // Builds over `photons` with `radius` and returns the report it printed.
 std::string build(std::vector<Photon> photons, float radius) {
-    registry.photons = std::move(photons);
-    registry.radius = radius;
+    registry.photons = std::move(photons), registry.radius = radius;
     ReportCapture capture;
     buildPhotonTree();
     return capture.text();
@@ -45,16 +44,6 @@ TEST(PhotonTreePack, RoundTripStaysClose) {
         EXPECT_GT(dot(u, d), 0.998f) << d.x << " " << d.y << " " << d.z;
         EXPECT_TRUE(u.x * d.x >= 0 && u.y * d.y >= 0 && u.z * d.z >= 0);
     }
-}
-
-// Photons at one point cannot be split, whatever the radius; no photons
-// make an empty tree.
-TEST(PhotonTreeBuild, UnsplittableSetsMakeOneLeaf) {
-    RegistryGuard guard;
-    build(std::vector<Photon>(500, photonAt({1, 2, 3})), 0.0f);
-    ASSERT_EQ(registry.photonNodes[0].children, 0);
-    EXPECT_EQ(registry.photonNodes[0].count, 500);
-    EXPECT_EQ(build({}, 2.0f), "photons                0           0.0000 [ M bytes ]\n");
 }
 
 // Walks the subtree of `index`, whose photons belong in the box [lo, hi), and
@@ -96,7 +85,9 @@ std::pair<uint32_t, uint32_t> walk(uint32_t index, std::vector<bool>& lost, size
     return {range[0].first, range[1].second};
 }
 
-TEST(PhotonTreeBuild, ThreadedBuildKeepsEveryPhotonOnce) {
+// Every photon kept once; photons at one point cannot be split, whatever the
+// radius; no photons make an empty tree.
+TEST(PhotonTreeBuild, ThreadedBuildKeepsEveryPhotonOnceAndUnsplittableSetsMakeOneLeaf) {
     RegistryGuard guard;
     std::mt19937 random(5);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
@@ -113,6 +104,10 @@ TEST(PhotonTreeBuild, ThreadedBuildKeepsEveryPhotonOnce) {
     for (const Photon& p : registry.photons) seen[uint32_t(p.power.x)] = true;
     EXPECT_EQ(std::count(seen.begin(), seen.end(), true), n);
     EXPECT_EQ(registry.photons.back().power.x, float(n - 1));   // never sorted, never moved
+
+    build(std::vector<Photon>(500, photonAt({1, 2, 3})), 0.0f);
+    EXPECT_TRUE(registry.photonNodes[0].children == 0 && registry.photonNodes[0].count == 500);
+    EXPECT_EQ(build({}, 2.0f), "photons                0           0.0000 [ M bytes ]\n");
 }
 
 // Random sets of several sizes, on a coarse lattice so that distances tie,
@@ -127,8 +122,7 @@ TEST(PhotonTreeSearch, AgreesWithBruteForce) {
     std::uniform_int_distribution<int> lattice(0, 12);
     std::normal_distribution<float> gauss;
     auto direction = [&] { return normalized({gauss(random), gauss(random), gauss(random)}); };
-    int exact = 0, queries = 0;
-    long oneChild = 0;
+    long exact = 0, queries = 0, oneChild = 0;
     for (int n : {1, 20, 40, 33, 500, 3000}) for (float gap : {0.0f, 20.0f}) {
         std::vector<Photon> photons;
         for (int i = 0; i < n; ++i) {
@@ -139,8 +133,7 @@ TEST(PhotonTreeSearch, AgreesWithBruteForce) {
         std::vector<bool> lost(size_t(n), false);
         size_t nodes = 0;
         walk(0, lost, nodes);
-        oneChild += std::count_if(registry.photonNodes.begin(), registry.photonNodes.end(),
-                                  [](const PhotonNode& node) { return node.children == 1 || node.children == 2; });
+        oneChild += std::ranges::count_if(registry.photonNodes, [](const PhotonNode& n) { return n.children == 1 || n.children == 2; });
         for (int q = 0; q < 200; ++q, ++queries) {
             const Vector at{lattice(random) * 0.1f + float(q % 4 / 2) * gap, lattice(random) * 0.1f, lattice(random) * 0.05f};
             const Vector normal = direction();
@@ -167,8 +160,7 @@ TEST(PhotonTreeSearch, AgreesWithBruteForce) {
                 EXPECT_TRUE(s >= bound || held[i] || lost[i]) << n << " " << q;
                 clean = clean && !lost[i];
             }
-            std::sort(tree.begin(), tree.end());
-            std::sort(brute.begin(), brute.end());
+            std::ranges::sort(tree), std::ranges::sort(brute);
             brute.resize(std::min<size_t>(brute.size(), kPhotonNeighbours));
             EXPECT_TRUE(!clean || tree == brute) << n << " " << q;
             exact += tree == brute;
@@ -196,8 +188,7 @@ TEST(PhotonTreeEstimate, PowerOverTheDiscOfTheFarthest) {
 
     // At depth 0 the last full query bounds the ball: 0.05 + 0.15 reaches
     // only the nearer photon.
-    hit.position = zero;
-    ray.depth = 0;
+    hit.position = zero, ray.depth = 0;
     registry.lastQueryPosition[3] = Vector{0.05f, 0, 0}, registry.lastQueryRadius2[3] = 0.0225f;
     EXPECT_EQ(densityEstimate(ray, hit), zero);
     registry.lastQueryRadius2[3] = 1.0f;

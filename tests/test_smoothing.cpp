@@ -77,28 +77,25 @@ TEST_F(Smoothing, CubeWeldsAboveTheAngleOfItsFacesAndSphereNormalsFollowTheSurfa
 
 TEST_F(Smoothing, ZeroGivesNoNormalsNegativeKeepsTheGivenOnesAndTangentsFollowUvs) {
     const uint32_t keep = shaderWithAngle(-1), none = shaderWithAngle(0), smooth30 = shaderWithAngle(30);
-    auto quad = [](uint32_t first, uint32_t second) {
+    auto quad = [](uint32_t first, uint32_t second, bool missing = false) {   // smoothed, normals given
         Part part;
         part.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
         part.normals.assign(4, PackedDirection{0, 90, 90});
+        if (missing) part.normals[1] = {0, 0, 0};
         part.triangles = {{0, 1, 2, first}, {0, 2, 3, second}};
+        smooth(part);
         return part;
     };
 
-    Part kept = quad(keep, keep);   // nothing asks for smoothing: the part stays as it was
-    smooth(kept);
+    const Part kept = quad(keep, keep);   // nothing asks for smoothing: the part stays as it was
     EXPECT_TRUE(kept.normals.size() == 4u && kept.tangents.empty());
-
-    Part flat = quad(none, none);
-    smooth(flat);
+    const Part flat = quad(none, none);
     ASSERT_EQ(flat.positions.size(), 4u);
     EXPECT_TRUE(flat.normals == flat.tangents && flat.normals == std::vector<PackedDirection>(4, PackedDirection{0, 0, 0}));
 
     // One face keeps its given normals, the other is smoothed; at the shared
     // corners the two values differ, so those vertices split.
-    Part mixed = quad(keep, smooth30);
-    mixed.normals[1] = {0, 0, 0};   // a kept face without a normal at a corner takes the sum
-    smooth(mixed);
+    const Part mixed = quad(keep, smooth30, true);   // a kept face without a normal at a corner takes the sum
     const Triangle &k = mixed.triangles[0], &s = mixed.triangles[1];
     for (uint32_t v : {k.a, k.c}) EXPECT_EQ(mixed.normals[v], (PackedDirection{0, 90, 90}));
     for (uint32_t v : {k.b, s.a, s.b, s.c}) EXPECT_EQ(mixed.normals[v], (PackedDirection{0, 0, 127}));
@@ -106,9 +103,8 @@ TEST_F(Smoothing, ZeroGivesNoNormalsNegativeKeepsTheGivenOnesAndTangentsFollowUv
 
     // Tangents come from the face normal while the part has none, then from the uvs.
     Part part;
-    part.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}};
+    part.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}}, part.triangles = {{0, 1, 2, smooth30}};
     part.uvChannels[0].elements = {{0, 0}, {0, 1}, {1, 1}};   // u grows along y
-    part.triangles = {{0, 1, 2, smooth30}};
     smooth(part);
     for (PackedDirection t : part.tangents) EXPECT_EQ(t, (PackedDirection{127, 0, 0}));
     smooth(part);
