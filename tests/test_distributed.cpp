@@ -42,10 +42,7 @@ std::vector<std::string> reportForm(const std::string& report, int& frameLines) 
     frameLines = 0;
     for (std::string line; std::getline(lines, line);) {
         if (line.find('\r') != std::string::npos) line = line.substr(line.rfind('\r') + 1);
-        if (line.rfind("performance", 0) == 0) {
-            ++frameLines;
-            continue;
-        }
+        if (line.rfind("performance", 0) == 0 && ++frameLines) continue;
         form.push_back(std::regex_replace(line, std::regex("-?[0-9]+(\\.[0-9]+)?(e[-+][0-9]+)?"), "#"));
     }
     return form;

@@ -37,13 +37,11 @@ TEST_F(SceneTest, LvimageDiffMeasuresAndLocatesDifferences) {
     writePfm(dir / "small.pfm", Rows(3, std::vector<Color>(3)));
 
     HostRun run = lvimage(dir, "--diff a.pfm a.pfm");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "rmse 0 max 0 at 0 0\n");
+    EXPECT_EQ((std::pair{run.status, run.out}), (std::pair{0, std::string("rmse 0 max 0 at 0 0\n")}));
 
     // One channel of one of 12 pixels differs by 0.5: sqrt(0.25 / 36).
     run = lvimage(dir, "--diff a.pfm b.pfm diff.ppm");
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out, "rmse 0.0833333 max 0.5 at 2 2\n");
+    EXPECT_EQ((std::pair{run.status, run.out}), (std::pair{0, std::string("rmse 0.0833333 max 0.5 at 2 2\n")})) << run.err;
     // The byte picture of the difference, top row first, lights that pixel only.
     std::string expected = "P6\n4 3\n255\n" + std::string(4 * 3 * 3, '\0');
     expected[expected.size() - 4 * 3 * 3 + (2 * 4 + 2) * 3 + 1] = char(128);
@@ -55,9 +53,8 @@ TEST_F(SceneTest, LvimageDiffMeasuresAndLocatesDifferences) {
               "mean 0 0.0416667 0 variance 0 0.0190972 0 nan 0 inf 0\n");
 
     run = lvimage(dir, "--diff a.pfm small.pfm");
-    EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "lvimage: a.pfm is 4x3 but small.pfm is 3x3\n");
+    EXPECT_EQ((std::tuple{run.status, run.out, run.err}),
+              (std::tuple{2, std::string(), std::string("lvimage: a.pfm is 4x3 but small.pfm is 3x3\n")}));
     EXPECT_EQ(lvimage(dir, "--diff a.pfm").status, 2);
 }
 

@@ -4,6 +4,8 @@
 // machine no virtual server.
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "host_run.h"
 #include "core/images.h"
 
@@ -169,11 +171,10 @@ TEST_F(PreviewTest, WindowShowsTheBeautyImage) {
 TEST_F(PreviewTest, ClosingEarlyLeavesTheMeanOfFewerFrames) {
     writeScene(60000, "  emissive\n   color 0.5 0.5 0.5\n  end\n");
     const pid_t host = startPreview();
+    const std::regex performance("performance");
     const auto frames = [&] {
         const std::string text = output();
-        size_t n = 0;
-        for (size_t at = text.find("performance"); at != std::string::npos; at = text.find("performance", at + 1)) ++n;
-        return n;
+        return std::distance(std::sregex_iterator(text.begin(), text.end(), performance), {});
     };
     ASSERT_TRUE(waitFor([&] { return frames() >= 3; }, 60.0)) << output();
     Window w = 0;

@@ -8,7 +8,6 @@
 
 #include "core/distribution.h"
 #include "core/random.h"
-#include "core/vector.h"
 #include "scene_fixture.h"
 
 namespace {
@@ -53,15 +52,6 @@ TEST_F(RandomTables, PermutationIsDoubled) {
     EXPECT_TRUE(std::equal(noisePermutation, noisePermutation + 256, noisePermutation + 256));
 }
 
-TEST(VectorGuards, ZeroStaysZeroAndSeedsRepeat) {
-    EXPECT_EQ(normalized(zero), zero);
-    seedHardwareRandom(1234);
-    std::vector<uint32_t> first(8);
-    for (auto& v : first) v = hardwareRandom();
-    seedHardwareRandom(1234);
-    for (uint32_t v : first) EXPECT_EQ(hardwareRandom(), v);
-}
-
 // Each entry owns the stretch of the cdf that its probability says, so a
 // draw that finds its stretch follows the pdf.
 TEST(Distribution, NormalisesWeightsIntoAMatchingCdf) {
@@ -100,9 +90,7 @@ TEST(Distribution, GuideAgreesWithPlainSearch) {
             const int plain = std::min(n - 1, int(std::upper_bound(d.cdf.begin(), d.cdf.begin() + n, u) - d.cdf.begin()));
             const int got = sample(d, u);
             ASSERT_EQ(got, plain) << "n " << n << " u " << u;
-            if (u < 1.0f) {
-                ASSERT_GT(weights[size_t(got)], 0.0f) << "zero weight drawn, n " << n << " u " << u;
-            }
+            ASSERT_TRUE(u == 1.0f || weights[size_t(got)] > 0.0f) << "zero weight drawn, n " << n << " u " << u;
         }
     }
 }

@@ -86,18 +86,6 @@ TEST_F(SceneAssemblyTest, TargetsArePreparedBeforeTheirInstancesAndBoundsNest) {
     EXPECT_EQ(order, (std::vector<std::string>{"A", "B", "root"}));
 }
 
-TEST_F(SceneAssemblyTest, TheLastVisitSetsTheLevel) {
-    addSquare("X");
-    const int y = named("Y");
-    instance(y, "X");
-    const int root = named("root");
-    instance(root, "Y");
-    instance(root, "X");
-    assemble();
-    // X is reached last through the root directly.
-    EXPECT_TRUE(registry.objects[0].level == 1u && registry.objects[1].level == 1u);
-}
-
 TEST_F(SceneAssemblyTest, UnresolvedTargetsAndCyclesEndCleanly) {
     const int a = named("a");
     const int b = named("b");
@@ -128,20 +116,14 @@ TEST_F(SceneAssemblyTest, SamplingTablesFollowTheEmittingSides) {
     instance(root, "panel");
     assemble();
 
-    const Object& l = registry.objects[size_t(lamp)];
-    ASSERT_EQ(l.lightTable.size(), 2u);
+    const Object &l = registry.objects[size_t(lamp)], &p = registry.objects[size_t(panel)],
+                 &r = registry.objects[size_t(root)];
+    // The panel lists both sides of two triangles; the root its two instances, twice.
+    EXPECT_EQ((std::vector<size_t>{l.lightTable.size(), l.photonTable.size(), p.lightTable.size(),
+                                   p.photonTable.size(), r.lightTable.size()}),
+              (std::vector<size_t>{2, 0, 4, 2, 4}));
     EXPECT_EQ(l.lightTable[0].front, 1);
-    EXPECT_TRUE(l.photonTable.empty());
-    EXPECT_NEAR(l.lightArea, 1.0f, 1e-6f);
-
-    const Object& p = registry.objects[size_t(panel)];
-    EXPECT_EQ(p.lightTable.size(), 4u);   // both sides of two triangles
-    EXPECT_EQ(p.photonTable.size(), 2u);
-    EXPECT_NEAR(p.lightArea, 2.0f, 1e-6f);
-
-    const Object& r = registry.objects[size_t(root)];
-    EXPECT_EQ(r.lightTable.size(), 4u);   // two instances, twice
-    EXPECT_NEAR(r.lightArea, 2.0f * (1.0f + 2.0f), 1e-5f);
+    EXPECT_EQ((std::vector<float>{l.lightArea, p.lightArea, r.lightArea}), (std::vector<float>{1.0f, 2.0f, 6.0f}));
 
     // Strata of the root's light table end on faces of the lamp or the panel.
     for (int i = 0; i < 16; ++i) {
@@ -163,8 +145,7 @@ TEST_F(SceneAssemblyTest, StrandParametersAndTangents) {
     quietly([&] { preparePart(part); });
     const auto& parameter = part.scalarChannels.back();
     ASSERT_EQ(parameter.name, "parameter");
-    const std::vector<float> expected{0.0f, 0.2f, 0.4f, 0.6f, 0.8f};
-    for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(parameter.elements[i], expected[i], 1e-6f);
+    for (size_t i = 0; i < 5; ++i) EXPECT_NEAR(parameter.elements[i], 0.2f * float(i), 1e-6f);
     const PackedDirection up{0, 0, 127};   // a strand's last point has no tangent
     EXPECT_EQ(part.tangents, (std::vector<PackedDirection>{up, up, up, up, {0, 0, 0}}));
     EXPECT_EQ(registry.shaders[0].hair, 1);

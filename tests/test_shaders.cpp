@@ -55,10 +55,8 @@ TEST_F(ShaderTest, BlocksReplaceRecordsByName) {
 }
 
 TEST_F(ShaderTest, PreparationDerivesFlags) {
-    ImageRecord glow;
-    glow.name = "glow.png";
-    glow.loaded = 1;
-    registry.textures.push_back(glow);
+    registry.textures.emplace_back().name = "glow.png";
+    registry.textures.back().loaded = 1;
 
     auto addLayer = [](int shader, Element element, float value) {
         const int layer = lvAddSurfaceShader(shader);
