@@ -1,6 +1,4 @@
 // Camera preparation, pose interpolation and primary rays.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>

@@ -2,7 +2,6 @@
 // emitters seen directly and in a mirror, a glass slab and absorption by
 // media.
 #include <cmath>
-#include <cstdio>
 
 #include "radiance_scene.h"
 
