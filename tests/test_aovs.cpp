@@ -2,11 +2,8 @@
 // image where only those lights shine, the sky's AOV where the sky alone
 // lights, the photons' light paths seen by the camera, and AOVs asked for in
 // scene files, filtered by shader, written as files.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
-#include "core/registry.h"
 #include "radiance_scene.h"
 #include "render/frame.h"
 #include "core/images.h"
@@ -31,11 +28,7 @@ protected:
         for (size_t i = 0; i < p.size(); ++i) p[i] = FetchPixel(image, int(i));
         return p;
     }
-    static float sum(const ImageRecord& image) {
-        float s = 0.0f;
-        for (Color c : pixels(image)) s += c.x + c.y + c.z;
-        return s;
-    }
+    static float sum(const ImageRecord& image) { float s = 0.0f; for (Color c : pixels(image)) s += c.x + c.y + c.z; return s; }
     // Every pixel of the sum of `parts` equals that of `whole` within `relative` of the larger.
     static void expectSumIs(std::initializer_list<const ImageRecord*> parts, const ImageRecord& whole, float relative) {
         const std::vector<Color> q = pixels(whole);
@@ -61,8 +54,7 @@ TEST_F(AovTest, TwoPointLightsSplitTheBeauty) {
     for (int k = 0; k < 2; ++k) {
         const int light = pointLight({k ? 2.0f : -2.0f, 0.0f, 1.0f}, one * 3.0f);
         aov[k] = lvAddPointLightAOV(light);
-        lvSetPointLightAOVChannel(light, aov[k], LV_CHANNEL_LAMBERTIAN);   // word 5: bit 4 still serves
-        EXPECT_EQ(registry.pointLights[size_t(light)].aovs[size_t(aov[k])].channel, 5u);
+        lvSetPointLightAOVChannel(light, aov[k], LV_CHANNEL_LAMBERTIAN);
     }
     const ImageRecord& beauty = renderPasses();
     const ImageRecord& left = registry.pointLights[0].aovs[size_t(aov[0])].image;
@@ -70,7 +62,6 @@ TEST_F(AovTest, TwoPointLightsSplitTheBeauty) {
     expectSumIs({&left, &right}, beauty, 1e-5f);
     EXPECT_GT(pixel(left, 1, 4).x, 3.0f * pixel(right, 1, 4).x);
     EXPECT_GT(pixel(right, 6, 4).x, 3.0f * pixel(left, 6, 4).x);
-    EXPECT_GT(pixel(left, 1, 4).x, 0.0f);
 }
 
 // With the sky alone lighting the floor, the sky's AOV gathers its samples
@@ -155,10 +146,8 @@ TEST_F(AovTest, SceneFilesAskForAovsByType) {
         return image;
     };
     const ImageRecord normal = read("normal.pfm"), depth = read("depth.pfm"), color = read("color.pfm");
-    for (int i = 0; i < 64; ++i) {
-        EXPECT_EQ(FetchPixel(normal, i), (Color{0.5f, 0.5f, 1.0f}));
-        EXPECT_EQ(FetchPixel(color, i), (Color{0.25f, 0.5f, 0.75f}));
-    }
+    EXPECT_EQ(pixels(normal), std::vector<Color>(64, Color{0.5f, 0.5f, 1.0f}));
+    EXPECT_EQ(pixels(color), std::vector<Color>(64, Color{0.25f, 0.5f, 0.75f}));
     // The centre pixels look nearly straight down, 4 away.
     EXPECT_NEAR(FetchPixel(depth, 3 * 8 + 3).x, 4.0f, 0.02f);
     EXPECT_GT(FetchPixel(depth, 0).x, FetchPixel(depth, 3 * 8 + 3).x);

@@ -1,6 +1,4 @@
 // Camera preparation, pose interpolation and primary rays.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -59,16 +57,6 @@ TEST_F(CameraTest, PrepareLimitsSampleAndRegion) {
     // Every AOV gets a zeroed 3-channel float raster of the camera's size.
     ASSERT_EQ(camera(1).aovs.size(), 2u);
     for (const Aov& aov : camera(1).aovs) EXPECT_EQ(aov.image.floatStore, std::vector<float>(64 * 32 * 3, 0.0f));
-}
-
-// A camera moves when its poses differ in anything: here bokeh, or the field
-// of view of a pose set at another time.
-TEST_F(CameraTest, AnyDifferenceBetweenThePosesMoves) {
-    for (int k = 0; k < 3; ++k) addCamera(16, 8, zero, {0, 0, -1}, {0, 1, 0}, 60);
-    lvSetCameraTime(1, 1.0f), lvSetCameraBokeh(1, 0.5f);
-    lvSetCameraTime(2, 0.5f), lvSetCameraFOV(2, 30);
-    prepare();
-    EXPECT_EQ((std::array<int, 3>{camera(0).moving, camera(1).moving, camera(2).moving}), (std::array<int, 3>{0, 1, 1}));
 }
 
 TEST_F(CameraTest, PoseBasisAndDistances) {

@@ -1,7 +1,5 @@
 // The frame loop: the running mean, the per-frame report, the end of render
 // and the host-driven pass of lvRenderPixels.
-#include <gtest/gtest.h>
-
 #include <string>
 
 #include "render/frame.h"
@@ -39,18 +37,6 @@ protected:
     }
 };
 
-// A performance line per frame, then the end of render.
-void expectRenderReport(const std::vector<std::string>& lines, size_t frames, const std::string& average,
-                        const std::string& variance) {
-    ASSERT_EQ(lines.size(), frames + 9);
-    for (size_t i = 0; i < frames; ++i) EXPECT_EQ(lines[i].rfind("performance ", 0), 0u) << lines[i];
-    EXPECT_EQ(std::vector<std::string>(lines.begin() + long(frames), lines.end()),
-              (std::vector<std::string>{kRule, "", "avgerage of beauty.hdr " + average + " [ n/a ]",
-                                        "variance of beauty.hdr " + variance + " [ n/a ]", kRule, "",
-                                        "            close the window to exit. happy rendering :) thank you!", kRule,
-                                        ""}));
-}
-
 }  // namespace
 
 TEST_F(FrameTest, PassFoldsSamplesIntoARunningMean) {
@@ -70,9 +56,16 @@ TEST_F(FrameTest, RenderReportsEachFrameThenTheEnd) {
     prepare(3);
     fill(kFill);
     for (int run = 0; run < 2; ++run) {
-        // The variance takes the second moment from the largest channel, -1 here.
-        expectRenderReport(reportedLines(lvRender), 3, "         -1.0000          -2.0000          -3.0000",
-                           "          0.0000          -3.0000          -8.0000");
+        // A performance line per frame, then the end of render. The variance
+        // takes the second moment from the largest channel, -1 here.
+        const std::vector<std::string> lines = reportedLines(lvRender);
+        ASSERT_EQ(lines.size(), 12u);
+        for (size_t i = 0; i < 3; ++i) EXPECT_EQ(lines[i].rfind("performance ", 0), 0u) << lines[i];
+        EXPECT_EQ(std::vector<std::string>(lines.begin() + 3, lines.end()),
+                  (std::vector<std::string>{
+                      kRule, "", "avgerage of beauty.hdr          -1.0000          -2.0000          -3.0000 [ n/a ]",
+                      "variance of beauty.hdr           0.0000          -3.0000          -8.0000 [ n/a ]", kRule, "",
+                      "            close the window to exit. happy rendering :) thank you!", kRule, ""}));
         EXPECT_EQ(registry.frameCounter, 3u);
         expectImage(kSample, kSample, false);
         fill(kFill);   // a second lvRender starts the mean over: frame 0 overwrites this

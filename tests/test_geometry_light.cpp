@@ -1,7 +1,5 @@
 // The geometry light's point set: where the points lie, what they carry, how
 // they are weighted, and what the stage reports.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "geometry/prepare.h"

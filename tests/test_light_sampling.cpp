@@ -11,14 +11,10 @@ namespace {
 
 class LightSampling : public RadianceScene {
 protected:
-    // Mean and variance of the red channel over the pixels of an image.
+    // Mean and variance over the pixels of a grey image.
     static std::pair<double, double> moments(const ImageRecord& image) {
-        double sum = 0.0, squares = 0.0;
-        const int n = image.width * image.height;
-        for (int i = 0; i < n; ++i) {
-            const double v = storedPixel(image, i).x;
-            sum += v, squares += v * v;
-        }
+        double sum = 0.0, squares = 0.0, n = image.width * image.height;
+        for (double v : blockMeans(image, 1)) sum += v, squares += v * v;
         return {sum / n, squares / n - (sum / n) * (sum / n)};
     }
     // A floor under the sky, seen from above through `size` pixels.

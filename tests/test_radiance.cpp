@@ -2,7 +2,6 @@
 // emitters seen directly and in a mirror, a glass slab and absorption by
 // media.
 #include <cmath>
-#include <cstdio>
 
 #include "radiance_scene.h"
 
@@ -21,19 +20,6 @@ TEST_F(RadianceScene, ClosedFurnaceSumsBouncesUpToTheBudget) {
         expectMean(render(), 0, 8, one * expected, 1e-5f);
         restart();
     }
-}
-
-// An emitter seen directly shows its radiance; with ray_depth 1 a lit
-// surface shows nothing, as only the first hit's own emission remains.
-TEST_F(RadianceScene, DirectHitsAndRayDepthOne) {
-    registry.skyLight.color = one;
-    square(0.0f, 10.0f, shader(zero, {2, 3, 4}));
-    sphere({0, 0, 2}, 0.5f, shader({0.8f, 0.8f, 0.8f}));
-    camera({0, 0, 6}, {0, 0, 0}, 40.0f, 16, 1);
-    lvSetRendererRayDepth(1);
-    const ImageRecord& image = render();
-    expectMean(image, 0, 1, {2, 3, 4}, 1e-6f);
-    expectMean(image, 7, 9, zero, 0.0f);
 }
 
 // A specular layer over a black base reflects colour x Schlick F(cos) of its
