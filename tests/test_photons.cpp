@@ -1,6 +1,8 @@
 // Photons cast from the lights, scattered through small scenes, and what
 // they leave behind: caustic photons and the density estimator's cells,
 // checked against the light's power, direct lighting and path tracing.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numeric>
@@ -140,6 +142,25 @@ TEST_F(Photons, CellsAreSizedByAreaAndIndexEveryWeight) {
         for (const std::vector<int>& hits : {triangleHits, tetragonHits})
             for (uint32_t k = 0; k < n * n; ++k) EXPECT_NEAR(hits[k], 20000.0 / (n * n), 2000.0 / (n * n)) << n << " " << k;
     }
+}
+
+// Faces that would need more than a gigabyte of cells end the process with
+// the message and exit code 1, before anything is allocated: the one
+// deliberate end of a run.
+TEST_F(Photons, CellsBeyondOneGigabyteEndTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");   // the child starts afresh: no threads of earlier tests
+    Part part;
+    const int s = shader(one);
+    registry.shaders[size_t(s)].hasLambertian[0] = true;
+    for (uint32_t k = 0; k < 700; ++k) {
+        const float z = float(k);
+        for (Vector p : {Vector{0, 0, z}, Vector{1, 0, z}, Vector{1, 1, z}, Vector{0, 1, z}}) part.positions.push_back(p);
+        part.tetragons.push_back({4 * k, 4 * k + 1, 4 * k + 2, 4 * k + 3, uint32_t(s)});
+    }
+    registry.resolution = 2e-8f, registry.distance = 1.0f;
+    // The report goes to standard output: the child sends it where the test reads.
+    EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), prepareDensityEstimator(part)), testing::ExitedWithCode(1),
+                "\ndensity estimator consumes more than 1GB memory.\n_{80}\n\n$");
 }
 
 // Final gathering renders the light of path tracing to the photons' depth,
