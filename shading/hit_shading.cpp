@@ -15,11 +15,6 @@ namespace {
 // A uniform number in [-1, 1] from the hardware source.
 inline float signedUniform() { return float(hardwareRandom()) * 4.656613e-10f - 1.0f; }
 
-inline Vector applyMatrix(const float m[9], Vector v) {
-    return {m[0] * v.x + m[1] * v.y + m[2] * v.z, m[3] * v.x + m[4] * v.y + m[5] * v.z,
-            m[6] * v.x + m[7] * v.y + m[8] * v.z};
-}
-
 inline bool shortVector(Vector v) { return dot(v, v) < 1e-8f; }
 
 // The uv of a vertex from the part's first uv set; false when it has none.
@@ -219,9 +214,9 @@ void finishShading(const SurfaceShader& layer, const RayState& ray, HitRecord& h
         const InstanceStack& stack = instanceStacks[ray.thread];
         Vector n = hit.normal, g = hit.geometric_normal, t = hit.tangent;
         for (int k = std::min(int(ray.hit_instance_depth), 16) - 1; k >= 0; --k) {
-            n = applyMatrix(stack.matrices[k], n);
-            g = applyMatrix(stack.matrices[k], g);
-            t = applyMatrix(stack.matrices[k], t);
+            n = times3x3(stack.matrices[k], n);
+            g = times3x3(stack.matrices[k], g);
+            t = times3x3(stack.matrices[k], t);
         }
         hit.normal = normalized(n);
         hit.geometric_normal = normalized(g);
