@@ -207,8 +207,6 @@ double buildLumivane(const Mesh& mesh, double& bytesPerTriangle) {
     satOrder(root);
     const double seconds = secondsSince(t0);
     std::cout.rdbuf(saved);
-    root.bbvhNodes = {};
-    root.buildRefs = {};
     bytesPerTriangle = double(root.wideNodes.size() * sizeof(WideNode) +
                               root.primitiveRefs.size() * sizeof(PrimitiveRef) +
                               root.leafRecords.size() * sizeof(LeafRecord) + root.leafRuns.size() * sizeof(LeafRun)) /

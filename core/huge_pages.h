@@ -5,10 +5,12 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <limits>
 #include <new>
+#include <vector>
 
 inline constexpr size_t kHugePageBytes = size_t(2) << 20;
 
@@ -44,3 +46,31 @@ struct HugePageAllocator {
     template <typename U>
     bool operator==(const HugePageAllocator<U>&) const { return true; }
 };
+
+// Grows `v` to `n` elements, its new pages first touched on all threads. The
+// system clears a page at its first write, which on large arrays costs more
+// than filling them: a plain resize would do all of it on one thread. Room
+// the caller reserved is used as it is; more is asked for as resize would.
+template <typename T>
+void resizeOnAllThreads(std::vector<T, HugePageAllocator<T>>& v, size_t n) {
+    if (n <= v.size()) {
+        v.resize(n);
+        return;
+    }
+    if (n > v.capacity()) v.reserve(std::max(n, 2 * v.capacity()));
+    constexpr ptrdiff_t kPage = 4096;
+    char* from = reinterpret_cast<char*>(v.data() + v.size());
+    const ptrdiff_t bytes = reinterpret_cast<char*>(v.data() + n) - from;
+    const long long pages = (long long)((bytes + kPage - 1) / kPage);
+#pragma omp parallel for schedule(static) if (pages >= 1024)
+    for (long long i = 0; i < pages; ++i) from[i * kPage] = 0;
+    v.resize(n);
+}
+
+// Empties `v` and gives its memory back. Assigning {} to a vector keeps its
+// room, which on the arrays of preparation would hold gigabytes through the
+// render.
+template <typename T, typename A>
+void release(std::vector<T, A>& v) {
+    std::vector<T, A>().swap(v);
+}

@@ -6,7 +6,6 @@
 #include <omp.h>
 
 #include <algorithm>
-#include <atomic>
 
 #include "core/clock.h"
 #include "core/report.h"
@@ -87,19 +86,10 @@ struct Bin {
     uint32_t count = 0;
 };
 
-// A node as the builder leaves it: an inner node has its children at `first`
-// and `first` + 1 and a `count` of 0; a leaf holds `count` references from
-// `first`. The bounds and costs of `BbvhNode` come later, from the update.
-struct BuildNode {
-    uint32_t first = 0;
-    uint16_t count = 0;
-};
-
 struct Builder {
     Object& object;
     std::vector<LaneBox, HugePageAllocator<LaneBox>>& boxes;
-    std::vector<BuildNode> nodes;
-    std::atomic<uint32_t> nodeCount = 1;
+    BbvhNodes& nodes;
 };
 
 // The wave being built, overwritten by the next; the last stays.
@@ -107,17 +97,13 @@ void progressLine(int wave, bool last) {
     (last ? reportCount : reportProgress)("tree construction wavefront", wave, "n/a");
 }
 
-// The builder's own lock on the node counter: an atomic addition.
-uint32_t allocatePair(Builder& builder) { return builder.nodeCount.fetch_add(2, std::memory_order_relaxed); }
-
+// The node becomes inner. Its two children get their numbers when the wave
+// is over; until then their tasks carry the number of their parent.
 void makeInner(Builder& builder, const BuildTask& task, uint32_t left, const CentroidBounds& leftBounds,
                const CentroidBounds& rightBounds, std::vector<BuildTask>& out) {
-    const uint32_t a = allocatePair(builder);
-    BuildNode& node = builder.nodes[task.node];
-    node.first = a;
-    node.count = 0;
-    out.push_back({a, task.first, left, leftBounds.low, leftBounds.high});
-    out.push_back({a + 1, task.first + left, task.count - left, rightBounds.low, rightBounds.high});
+    builder.nodes[task.node].count = 0;
+    out.push_back({task.node, task.first, left, leftBounds.low, leftBounds.high});
+    out.push_back({task.node, task.first + left, task.count - left, rightBounds.low, rightBounds.high});
 }
 
 // A run too long for one leaf is halved instead, so that no reference is lost
@@ -130,7 +116,7 @@ void makeLeaf(Builder& builder, const BuildTask& task, std::vector<BuildTask>& o
                   centroidBounds(boxes, task.first + half, end), out);
         return;
     }
-    BuildNode& node = builder.nodes[task.node];
+    BbvhNode& node = builder.nodes[task.node];
     node.first = task.first;
     node.count = uint16_t(task.count);
 }
@@ -200,7 +186,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     const uint32_t first = task.first, count = task.count, end = first + count;
 
     if (count == 0) {
-        BuildNode& node = builder.nodes[task.node];
+        BbvhNode& node = builder.nodes[task.node];
         node.first = first;
         node.count = 0;
         return;
@@ -209,7 +195,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     if (wave >= kWaveLimit - 1 || count < 2) {
         // The last wave takes whatever is left, up to what a 16-bit count
         // holds: a count that wrapped to 0 would read as an inner node.
-        BuildNode& node = builder.nodes[task.node];
+        BbvhNode& node = builder.nodes[task.node];
         node.first = first;
         node.count = uint16_t(std::min(count, kLeafLimit));
         return;
@@ -288,40 +274,6 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
     partitionTask(builder, task, bestLeft, bestRight, out);
 }
 
-// Node numbers come from the order in which threads took pairs; renumbering
-// depth first puts every subtree in one run of the array, so that later
-// passes over subtrees share no cache lines and walk memory in order.
-BbvhNodes renumberDepthFirst(const std::vector<BuildNode>& nodes, uint32_t nodeCount) {
-    // The new numbers are handed out in order, so the tree's nodes are
-    // written front to back; each keeps the builder's `first` until its own
-    // children are placed. A pair waiting on the stack has the pair of its
-    // children asked for as it is pushed.
-    BbvhNodes ordered;
-    ordered.reserve(nodeCount);
-    auto copy = [&ordered](const BuildNode& from) {
-        BbvhNode node;
-        node.first = from.first;
-        node.count = from.count;
-        ordered.push_back(node);
-    };
-    copy(nodes[0]);
-    std::vector<uint32_t> stack{0};
-    while (!stack.empty()) {
-        BbvhNode& node = ordered[stack.back()];
-        stack.pop_back();
-        if (node.count > 0) continue;
-        const uint32_t from = node.first, to = uint32_t(ordered.size());
-        node.first = to;
-        copy(nodes[from]);
-        copy(nodes[from + 1]);
-        _mm_prefetch(reinterpret_cast<const char*>(&nodes[nodes[from + 1].first]), _MM_HINT_T0);
-        _mm_prefetch(reinterpret_cast<const char*>(&nodes[nodes[from].first]), _MM_HINT_T0);
-        stack.push_back(to + 1);
-        stack.push_back(to);
-    }
-    return ordered;
-}
-
 }  // namespace
 
 Bbox primitiveBox(const Part& part, uint16_t kind, uint32_t index) {
@@ -384,9 +336,9 @@ Bbox referenceBox(const Object& object, const PrimitiveRef& ref) {
 }
 
 void buildHierarchy(Object& object) {
-    object.bbvhNodes = {};
-    object.buildRefs = {};
-    object.buildBoxes = {};
+    release(object.bbvhNodes);
+    release(object.buildRefs);
+    release(object.buildBoxes);
 
     size_t total = object.instances.size();
     for (const Part& part : object.parts)
@@ -407,40 +359,56 @@ void buildHierarchy(Object& object) {
     }
     for (uint32_t i = 0; i < object.instances.size(); ++i) refs.emplace_back(0u, kInstance, i);
 
-    object.buildBoxes.resize(total);
-    Builder builder{object, object.buildBoxes, std::vector<BuildNode>(2 * total), 1};
+    resizeOnAllThreads(object.buildBoxes, total);
     const long long count = (long long)total;
 #pragma omp parallel for schedule(static) if (count >= 4096)
-    for (long long i = 0; i < count; ++i) builder.boxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]));
+    for (long long i = 0; i < count; ++i)
+        object.buildBoxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]));
 
-    builder.nodes[0].first = 1;
+    // Room for the largest tree, two nodes a split; pages past the nodes made
+    // are never touched.
+    BbvhNodes& nodes = object.bbvhNodes;
+    nodes.reserve(2 * total);
+    resizeOnAllThreads(nodes, 1);
+    Builder builder{object, object.buildBoxes, nodes};
 
     const CentroidBounds all = centroidBounds(builder.boxes.data(), 0, uint32_t(total));
     std::vector<BuildTask> current{{0, 0, uint32_t(total), all.low, all.high}};
     int wave = 0;
-    // The next wave's tasks, a list per thread; the lists keep their room
-    // from wave to wave.
-    std::vector<std::vector<BuildTask>> perThread(size_t(std::max(1, omp_get_max_threads())));
+    // The tasks of a wave are cut into runs, about 64 a thread, which threads
+    // take one at a time: tasks differ widely in size. Each run lists the
+    // tasks it makes, and the lists keep their room from wave to wave.
+    const size_t threads = size_t(std::max(1, omp_get_max_threads()));
+    std::vector<std::vector<BuildTask>> made(64 * threads);
     while (!current.empty()) {
         progressLine(wave, false);
-        const long long tasks = (long long)current.size();
-        // Tasks differ widely in size: threads take them a few at a time. A
-        // single task runs on the calling thread.
-        const int chunk = int(std::max(1LL, tasks / (64LL * omp_get_max_threads())));
-#pragma omp parallel for schedule(dynamic, chunk) if (tasks > 1 && count >= 4096)
-        for (long long i = 0; i < tasks; ++i)
-            runTask(builder, current[size_t(i)], wave, perThread[size_t(omp_get_thread_num())]);
+        const size_t tasks = current.size();
+        const size_t runs = std::min(made.size(), tasks), runLength = (tasks + runs - 1) / runs;
+#pragma omp parallel for schedule(dynamic, 1) if (runs > 1 && count >= 4096)
+        for (size_t r = 0; r < runs; ++r)
+            for (size_t i = r * runLength; i < std::min(tasks, (r + 1) * runLength); ++i)
+                runTask(builder, current[i], wave, made[r]);
+        // The next wave in the order of its parents, each pair numbered as
+        // it comes: the tree is numbered breadth first, the same numbers
+        // whatever the threads' timing.
         current.clear();
-        for (auto& list : perThread) {
-            current.insert(current.end(), list.begin(), list.end());
-            list.clear();
+        uint32_t nodeCount = uint32_t(nodes.size());
+        for (size_t r = 0; r < runs; ++r) {
+            for (size_t k = 0; k + 1 < made[r].size(); k += 2) {
+                nodes[made[r][k].node].first = nodeCount;
+                made[r][k].node = nodeCount;
+                made[r][k + 1].node = nodeCount + 1;
+                nodeCount += 2;
+            }
+            current.insert(current.end(), made[r].begin(), made[r].end());
+            made[r].clear();
         }
+        resizeOnAllThreads(nodes, nodeCount);
         ++wave;
         if (wave == kWaveLimit) break;
     }
     progressLine(wave, true);
 
-    object.bbvhNodes = renumberDepthFirst(builder.nodes, builder.nodeCount);
     const double seconds = double(systemTime100ns() - start) * 1e-7;
     reportReal("bbvh construction for " + object.name, seconds, "seconds");
     reportRule();

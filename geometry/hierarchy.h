@@ -141,7 +141,9 @@ Bbox transformedBox(const float toWorld[16], const Bbox& box);
 
 // The binary tree over all primitives and instances of an object.
 void buildHierarchy(Object& object);
-// Boxes, rotations, the object's bounds, its cost and the eight-wide tree.
+// Boxes, rotations, the object's bounds, its cost, the eight-wide tree and its
+// leaf records. The binary tree and `buildRefs` are released after, unless
+// the object has motion.
 void updateHierarchy(Object& object);
 // The leaf records from `primitiveRefs` and the parts' faces.
 void fillLeafRecords(Object& object);

@@ -249,10 +249,6 @@ void prepareObject(Object& object) {
     updateHierarchy(object);
     satOrder(object);
     assignHairUvs(object);
-    if (!object.hasMotion) {
-        object.bbvhNodes = {};
-        object.buildRefs = {};
-    }
     buildSamplingTables(object);
     reportObject(object);
 }

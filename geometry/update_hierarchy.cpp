@@ -277,16 +277,25 @@ void rotateNode(Object& object, uint32_t n) {
     refitNode(object, n);
 }
 
-// All references below a binary node, left child first.
-void appendSubtreeRefs(Object& object, uint32_t n) {
+// Where the collapse writes next: the next wide node, the next leaf
+// reference, and the deepest wide level reached.
+struct CollapseCursor {
+    uint32_t wide = 0, ref = 0, depth = 0;
+};
+
+// All references below a binary node, left child first, written at the
+// cursor; without `object.primitiveRefs` room, only counted.
+void appendSubtreeRefs(Object& object, uint32_t n, CollapseCursor& cursor, bool write) {
     const BbvhNode& node = object.bbvhNodes[n];
     if (isLeaf(node)) {
-        object.primitiveRefs.insert(object.primitiveRefs.end(), object.buildRefs.begin() + node.first,
-                                    object.buildRefs.begin() + node.first + node.count);
+        if (write)
+            std::copy(object.buildRefs.begin() + node.first, object.buildRefs.begin() + node.first + node.count,
+                      object.primitiveRefs.begin() + cursor.ref);
+        cursor.ref += node.count;
         return;
     }
-    appendSubtreeRefs(object, node.first);
-    appendSubtreeRefs(object, node.first + 1);
+    appendSubtreeRefs(object, node.first, cursor, write);
+    appendSubtreeRefs(object, node.first + 1, cursor, write);
 }
 
 void setSlotBox(WideNode& wide, int slot, const Bbox& box) {
@@ -296,16 +305,13 @@ void setSlotBox(WideNode& wide, int slot, const Bbox& box) {
     }
 }
 
-void collapseNode(Object& object, uint32_t b, uint32_t w, uint32_t depth) {
-    if (depth > object.maxWideDepth) object.maxWideDepth = depth;
-    const BbvhNodes& nodes = object.bbvhNodes;
-
-    // Open the inner entry of largest half area until there are eight. Each
-    // entry's half area is computed once, when it joins the list; leaves
-    // carry -1, below every area.
-    uint32_t list[8] = {b};
+// The entries of the wide node made from binary node b: the inner entry of
+// largest half area is opened until there are eight. Each entry's half area
+// is computed once, when it joins the list; leaves carry -1, below every area.
+int openNode(const BbvhNodes& nodes, uint32_t b, uint32_t list[8]) {
     float area[8];
     auto areaOf = [&nodes](uint32_t n) { return isLeaf(nodes[n]) ? -1.0f : halfArea(nodes[n].bounds); };
+    list[0] = b;
     area[0] = areaOf(b);
     int size = 1;
     while (size < 8) {
@@ -322,32 +328,102 @@ void collapseNode(Object& object, uint32_t b, uint32_t w, uint32_t depth) {
         list[size] = first + 1;
         area[size++] = areaOf(first + 1);
     }
+    return size;
+}
 
+// A subtree cheaper as one plain leaf becomes one, if its count fits.
+bool becomesLeaf(const BbvhNode& entry) {
+    const uint32_t s = entry.subtree;
+    return (entry.cost > float(s) * halfArea(entry.bounds) || s < 2) && s <= kLeafLimit;
+}
+
+// The wide subtrees that start `cut` levels down are written by threads of
+// their own. A first walk over the levels above lists their binary roots in
+// the order the collapse meets them; each is then counted, so that its wide
+// nodes and references get their place in the arrays before any is written.
+struct CollapseCut {
+    uint32_t depth = 0;
+    std::vector<uint32_t> roots;
+    std::vector<CollapseCursor> sizes;   // wide nodes and references of each subtree
+    std::vector<CollapseCursor> starts;  // where each subtree's writing starts
+};
+
+// Makes wide node w from binary node b at `depth`, and the wide nodes below
+// it in preorder, at the cursor. Without room in the arrays (`write` false)
+// it only counts. With a cut, the entries that reach its depth are listed,
+// or, when their sizes are known, given their room and left to the threads.
+void collapseNode(Object& object, uint32_t b, uint32_t w, uint32_t depth, CollapseCursor& cursor, bool write,
+                  CollapseCut* cut) {
+    if (depth > cursor.depth) cursor.depth = depth;
+    const BbvhNodes& nodes = object.bbvhNodes;
+    uint32_t list[8];
+    const int size = openNode(nodes, b, list);
     for (int i = 0; i < size; ++i) {
         const BbvhNode entry = nodes[list[i]];
-        setSlotBox(object.wideNodes[w], i, entry.bounds);
-        const uint32_t at = uint32_t(object.primitiveRefs.size());
-        if (isLeaf(entry)) {
-            object.wideNodes[w].child[i] = at;
-            object.wideNodes[w].count[i] = entry.count;
-            object.primitiveRefs.insert(object.primitiveRefs.end(), object.buildRefs.begin() + entry.first,
-                                        object.buildRefs.begin() + entry.first + entry.count);
-            continue;
+        const uint32_t at = cursor.ref;
+        uint32_t child = at;
+        uint16_t count = 0;
+        if (isLeaf(entry) || becomesLeaf(entry)) {
+            appendSubtreeRefs(object, list[i], cursor, write);
+            count = uint16_t(cursor.ref - at);
+        } else {
+            child = cursor.wide++;
+            if (write) object.wideNodes[child] = emptyWideNode();
+            if (cut && depth + 1 == cut->depth) {
+                if (cut->sizes.empty()) {
+                    cut->roots.push_back(list[i]);
+                } else {
+                    const size_t k = cut->starts.size();
+                    cut->starts.push_back({child, at, depth + 1});
+                    cursor.wide += cut->sizes[k].wide - 1;
+                    cursor.ref += cut->sizes[k].ref;
+                    cursor.depth = std::max(cursor.depth, cut->sizes[k].depth);
+                }
+            } else {
+                collapseNode(object, list[i], child, depth + 1, cursor, write, cut);
+            }
         }
-        const uint32_t s = entry.subtree;
-        // A subtree cheaper as one plain leaf becomes one, if its count fits.
-        if ((entry.cost > float(s) * halfArea(entry.bounds) || s < 2) && s <= kLeafLimit) {
-            appendSubtreeRefs(object, list[i]);
-            object.wideNodes[w].child[i] = at;
-            object.wideNodes[w].count[i] = uint16_t(object.primitiveRefs.size() - at);
-            continue;
-        }
-        const uint32_t w2 = uint32_t(object.wideNodes.size());
-        object.wideNodes.push_back(emptyWideNode());
-        object.wideNodes[w].child[i] = w2;
-        object.wideNodes[w].count[i] = 0;
-        collapseNode(object, list[i], w2, depth + 1);
+        if (!write) continue;
+        WideNode& node = object.wideNodes[w];
+        setSlotBox(node, i, entry.bounds);
+        node.child[i] = child;
+        node.count[i] = count;
     }
+}
+
+// The eight-wide tree, written as one walk from the root would write it: the
+// levels above the cut on this thread, the subtrees below it on all threads.
+void collapseTree(Object& object) {
+    constexpr uint32_t kCutDepth = 3;
+    CollapseCut cut{kCutDepth, {}, {}, {}};
+    CollapseCursor top{1, 0, 0};
+    collapseNode(object, 0, 0, 0, top, false, &cut);
+
+    const long long roots = (long long)cut.roots.size();
+    const bool parallel = roots > 1 && object.buildRefs.size() >= 4096;
+    cut.sizes.resize(cut.roots.size());
+#pragma omp parallel for schedule(dynamic, 1) if (parallel)
+    for (long long k = 0; k < roots; ++k) {
+        CollapseCursor& size = cut.sizes[size_t(k)];
+        size = {1, 0, kCutDepth};
+        collapseNode(object, cut.roots[size_t(k)], 0, kCutDepth, size, false, nullptr);
+    }
+    CollapseCursor total = top;
+    for (const CollapseCursor& size : cut.sizes)
+        total.wide += size.wide - 1, total.ref += size.ref, total.depth = std::max(total.depth, size.depth);
+
+    resizeOnAllThreads(object.wideNodes, total.wide);
+    object.wideNodes[0] = emptyWideNode();
+    object.primitiveRefs.resize(total.ref);
+    CollapseCursor cursor{1, 0, 0};
+    collapseNode(object, 0, 0, 0, cursor, true, &cut);
+#pragma omp parallel for schedule(dynamic, 1) if (parallel)
+    for (long long k = 0; k < roots; ++k) {
+        const CollapseCursor& start = cut.starts[size_t(k)];
+        CollapseCursor below{start.wide + 1, start.ref, start.depth};
+        collapseNode(object, cut.roots[size_t(k)], start.wide, start.depth, below, true, nullptr);
+    }
+    object.maxWideDepth = total.depth;
 }
 
 float slotHalfArea(const WideNode& node, int slot) {
@@ -457,10 +533,10 @@ Bbox transformedBox(const float m[16], const Bbox& box) {
 }
 
 void updateHierarchy(Object& object) {
-    object.primitiveRefs = {};
-    object.leafRecords = {};
-    object.leafRuns = {};
-    object.wideNodes = {};
+    release(object.primitiveRefs);
+    release(object.leafRecords);
+    release(object.leafRuns);
+    release(object.wideNodes);
     object.maxWideDepth = 0;
     if (object.bbvhNodes.empty()) {
         // An empty object: nothing to walk, an empty box and no cost.
@@ -472,7 +548,7 @@ void updateHierarchy(Object& object) {
 
     makeDepthLists(object);
     bottomUp(object, [&object](uint32_t n) { refitNode(object, n); });
-    object.buildBoxes = {};
+    release(object.buildBoxes);
     makeDepthLists(object);
     bottomUp(object, [&object](uint32_t n) { rotateNode(object, n); });
 
@@ -504,19 +580,15 @@ void updateHierarchy(Object& object) {
         node.subtree = isLeaf(node) ? node.count : nodes[node.first].subtree + nodes[node.first + 1].subtree;
     });
 
-    // Room for the usual sizes, to spare the copies of growth. Every
-    // reference lands in exactly one leaf, so `primitiveRefs` ends full. A
-    // wide node holds six or seven references on the usual meshes; a
-    // quarter of the references leaves a margin, and a tree that needs more
-    // grows the array. The spare room is kept: pages past the end are never
-    // touched and cost address space only, where trimming would copy the
-    // array and fault all of it in a second time.
-    object.wideNodes.reserve(object.buildRefs.size() / 4 + 1);
-    object.primitiveRefs.reserve(object.buildRefs.size());
-    object.wideNodes.push_back(emptyWideNode());
-    collapseNode(object, 0, 0, 0);
+    collapseTree(object);
 
-    for (auto& list : object.nodesAtDepth) list = {};
+    for (auto& list : object.nodesAtDepth) release(list);
+    // The binary tree has no reader after the collapse unless the object
+    // moves; its memory goes before the records take theirs.
+    if (!object.hasMotion) {
+        release(object.bbvhNodes);
+        release(object.buildRefs);
+    }
     fillLeafRecords(object);
 }
 
@@ -545,7 +617,7 @@ void fillLeafRuns(Object& object) {
 }
 
 void fillLeafRecords(Object& object) {
-    object.leafRecords.resize(object.primitiveRefs.size());
+    resizeOnAllThreads(object.leafRecords, object.primitiveRefs.size());
     const long long count = (long long)object.primitiveRefs.size();
 #pragma omp parallel for schedule(static) if (count >= 65536)
     for (long long i = 0; i < count; ++i) {

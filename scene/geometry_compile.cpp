@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "core/huge_pages.h"
 #include "core/report.h"
 #include "scene/geometry_reader.h"
 
@@ -157,10 +158,10 @@ void compileReader(GeometryReader& r, const std::string& source) {
             reportRule();
         }
     }
-    r.positions = {};
-    r.uvs = {};
-    r.tangents = {};
-    r.normals = {};
-    r.rawTriangles = {};
-    r.rawQuadrangles = {};
+    release(r.positions);
+    release(r.uvs);
+    release(r.tangents);
+    release(r.normals);
+    release(r.rawTriangles);
+    release(r.rawQuadrangles);
 }
