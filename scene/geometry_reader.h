@@ -9,15 +9,15 @@
 
 #include "geometry/object.h"
 
-// Position, UV, normal and tangent indices of three corners, then the shader;
-// -1 marks a missing attribute.
+// Position, UV and normal indices of three corners, then the shader; -1
+// marks a missing attribute.
 struct RawTriangle {
-    int32_t position[3], uv[3], normal[3], tangent[3];
+    int32_t position[3], uv[3], normal[3];
     int32_t shader;
 };
 
 struct RawQuadrangle {
-    int32_t position[4], uv[4], normal[4], tangent[4];
+    int32_t position[4], uv[4], normal[4];
     int32_t shader;
 };
 
@@ -27,7 +27,6 @@ struct GeometryReader {
     bool warnedDegenerate = false;
     std::vector<Vector> positions;
     std::vector<UV> uvs;
-    std::vector<Vector> tangents;   // no file format fills it
     std::vector<Vector> normals;
     std::vector<RawTriangle> rawTriangles;
     std::vector<RawQuadrangle> rawQuadrangles;

@@ -127,7 +127,6 @@ void addTriangle(ObjState& s, const Corner& a, const Corner& b, const Corner& c)
         t.position[i] = corners[i]->position;
         t.uv[i] = corners[i]->uv;
         t.normal[i] = corners[i]->normal;
-        t.tangent[i] = -1;
     }
     t.shader = s.shader;
     s.triangles.push_back(t);
@@ -153,7 +152,6 @@ void addQuadrangle(ObjState& s, const Corner c[4]) {
             r.position[i] = c[i].position;
             r.uv[i] = c[i].uv;
             r.normal[i] = c[i].normal;
-            r.tangent[i] = -1;
         }
         r.shader = s.shader;
         s.quadrangles.push_back(r);

@@ -31,6 +31,50 @@ protected:
     }
 };
 
+// A mesh of a few thousand corners that repeat: positions written twice with
+// the same text, UV and normal indices shared and not, normals that face
+// away from their faces, quadrangles and corners past the lists.
+std::string repeatingMesh() {
+    std::mt19937 random(5);
+    std::string text;
+    for (int k = 0; k < 400; ++k) {
+        std::string v = "v";
+        for (unsigned range : {7u, 5u, 3u}) v.append(" ").append(std::to_string(random() % range * 0.5f));
+        text += k % 5 == 0 ? v + "\n" + v + "\n" : v + "\n";
+    }
+    text += "v 0 0 9\nv 1 0 9\nv 1 1 9\nv 0 1 9\n";   // a square, 481 to 484
+    for (int k = 0; k < 30; ++k) text += "vt " + std::to_string(random() % 4 * 0.25f) + " 0.5\n";
+    for (int k = 0; k < 30; ++k) text += "vn 0 " + std::to_string(int(random() % 3) - 1) + " 1\n";
+    for (int k = 0; k < 1500; ++k) {
+        const int corners = random() % 6 == 0 ? 4 : 3;
+        const bool square = corners == 4 && k % 2 == 0;
+        text += "f";
+        for (int c = 0; c < corners; ++c) {
+            const unsigned form = random() % 4;
+            text.append(" ").append(std::to_string(square ? 481 + c : 1 + random() % 485));
+            if (form == 1) text.append("/").append(std::to_string(1 + random() % 30));
+            if (form == 2) text.append("//").append(std::to_string(1 + random() % 31));
+            if (form == 3) {
+                text.append("/").append(std::to_string(1 + random() % 4));
+                text.append("/").append(std::to_string(1 + random() % 3));
+            }
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+// FNV-1a over the part's arrays.
+uint64_t partDigest(const Part& part) {
+    uint64_t h = 1469598103934665603ull;
+    auto mix = [&h](const auto& v) {
+        const auto* c = reinterpret_cast<const unsigned char*>(v.data());
+        for (size_t i = 0; i < v.size() * sizeof(v[0]); ++i) h = (h ^ c[i]) * 1099511628211ull;
+    };
+    mix(part.positions), mix(part.normals), mix(part.uvChannels[0].elements), mix(part.triangles), mix(part.tetragons);
+    return h;
+}
+
 const std::string kSquare = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\n";
 
 TEST_F(ObjReaderTest, FacesBecomeTrianglesAndTetragons) {
@@ -105,6 +149,18 @@ TEST_F(ObjReaderTest, UsemtlOnlyInTheFirstColumnAndMalformedNumbers) {
     ASSERT_EQ(part.triangles.size(), 2u);
     EXPECT_TRUE(part.triangles[0].shader == uint32_t(red) && part.triangles[1].shader == uint32_t(red));
     EXPECT_EQ(part.positions[1].x, 1.0f);   // "1x" reads as 1
+}
+
+// The vertex table is an exact deduplication whatever its buckets and
+// shortcuts: a mesh whose corners repeat in every way compiles to the arrays
+// that the first table, one of fixed size, gave them (their digest then).
+TEST_F(ObjReaderTest, RepeatingCornersCompileToTheArraysOfTheFirstTable) {
+    std::string report;
+    const Part part = load(repeatingMesh(), &report);
+    EXPECT_EQ(part.positions.size(), 1089u);
+    EXPECT_EQ(part.tetragons.size(), 140u);
+    EXPECT_NE(report.find("face index out of range"), std::string::npos);
+    EXPECT_EQ(partDigest(part), 0x23493d6a2ee19ac0ull);
 }
 
 // A file read in many stretches on two threads gives the lists, faces and
