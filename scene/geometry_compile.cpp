@@ -15,11 +15,11 @@ uint32_t bitsOf(float f) { return std::bit_cast<uint32_t>(f); }
 
 // Deduplicates the vertices of one part: a corner matches a vertex when
 // position, normal, tangent and UV agree bit for bit. No file gives faces
-// tangents, so theirs are all zero and the key holds position, normal and UV. The buckets are a
-// power of two at least twice the vertices to expect (the file's positions,
-// or a quarter of the corners where seams split them more), so that a lookup
-// walks a chain of about one key however large the part: the load stays
-// linear, and the table a few bytes a vertex.
+// tangents, so theirs are all zero and the key holds position, normal and
+// UV. The buckets are a power of two at least twice the vertices to expect
+// (the file's positions, or a quarter of the corners where seams split them
+// more), so that a lookup walks a chain of about one key however large the
+// part: the load stays linear, and the table a few bytes a vertex.
 class VertexTable {
 public:
     VertexTable(Part& part, bool withUvs, bool withNormals, size_t corners, size_t positions)
@@ -32,11 +32,7 @@ public:
     }
 
     uint32_t vertex(Vector p, UV uv, PackedDirection n) {
-        // The position's bits mixed into 64 and folded: nearby floats land
-        // in buckets far apart.
-        uint64_t h = (uint64_t(bitsOf(p.x)) << 32 | bitsOf(p.y)) * 0x9E3779B97F4A7C15ull;
-        h = (h ^ (h >> 29) ^ bitsOf(p.z)) * 0xBF58476D1CE4E5B9ull;
-        const size_t bucket = size_t(h ^ (h >> 32)) & mask_;
+        const size_t bucket = bucketOf(p);
         for (int32_t i = head_[bucket]; i >= 0; i = next_[size_t(i)]) {
             const Key& k = keys_[size_t(i)];
             if (k.p[0] == bitsOf(p.x) && k.p[1] == bitsOf(p.y) && k.p[2] == bitsOf(p.z) && k.n == n &&
@@ -55,7 +51,20 @@ public:
 
     void setBase(uint32_t base) { base_ = base; }
 
+    // Asks for the bucket of a position that a lookup will read soon. Kept
+    // inline: the compiler takes a function that only prefetches for one
+    // without effects, and drops its calls.
+    [[gnu::always_inline]] void prefetch(Vector p) const { __builtin_prefetch(head_.data() + bucketOf(p)); }
+
 private:
+    // The position's bits mixed into 64 and folded: nearby floats land in
+    // buckets far apart.
+    size_t bucketOf(Vector p) const {
+        uint64_t h = (uint64_t(bitsOf(p.x)) << 32 | bitsOf(p.y)) * 0x9E3779B97F4A7C15ull;
+        h = (h ^ (h >> 29) ^ bitsOf(p.z)) * 0xBF58476D1CE4E5B9ull;
+        return size_t(h ^ (h >> 32)) & mask_;
+    }
+
     struct Key {
         uint32_t p[3];
         PackedDirection n;
@@ -85,6 +94,21 @@ struct CornerMemo {
     int32_t uv = -2, normal = -2;   // -2 matches no index: raw ones are -1 or more
     uint32_t turned = 0, vertex = 0;
 };
+
+// The corners of a face a few faces ahead that the memo will not answer
+// have their buckets asked for: on a large part each first appearance
+// would otherwise wait on memory.
+template <int N, typename Raw>
+[[gnu::always_inline]] inline void prefetchCorners(const GeometryReader& r, const Raw& raw, const VertexTable& table,
+                     const std::vector<CornerMemo>& memos) {
+    for (int i = 0; i < N; ++i) {
+        const size_t p = size_t(uint32_t(raw.position[i]));
+        if (p >= r.positions.size()) continue;
+        if (memos[p].uv != raw.uv[i] || memos[p].normal != raw.normal[i]) table.prefetch(r.positions[p]);
+    }
+}
+
+constexpr size_t kFacesAhead = 16;
 
 // The vertex indices of the corners of one raw face.
 template <int N, typename Raw>
@@ -136,7 +160,10 @@ void compileReader(GeometryReader& r, const std::string& source) {
         table.setBase(uint32_t(before));
         bool outOfRange = false;
         part.triangles.reserve(part.triangles.size() + r.rawTriangles.size());
-        for (const RawTriangle& raw : r.rawTriangles) {
+        for (size_t f = 0; f < r.rawTriangles.size(); ++f) {
+            if (f + kFacesAhead < r.rawTriangles.size())
+                prefetchCorners<3>(r, r.rawTriangles[f + kFacesAhead], table, memos);
+            const RawTriangle& raw = r.rawTriangles[f];
             if (!positionsValid<3>(raw, r.positions.size())) {
                 outOfRange = true;
                 continue;
@@ -148,7 +175,10 @@ void compileReader(GeometryReader& r, const std::string& source) {
             compileCorners<3>(r, raw, table, memos, v);
             part.triangles.push_back({v[0], v[1], v[2], uint32_t(raw.shader)});
         }
-        for (const RawQuadrangle& raw : r.rawQuadrangles) {
+        for (size_t f = 0; f < r.rawQuadrangles.size(); ++f) {
+            if (f + kFacesAhead < r.rawQuadrangles.size())
+                prefetchCorners<4>(r, r.rawQuadrangles[f + kFacesAhead], table, memos);
+            const RawQuadrangle& raw = r.rawQuadrangles[f];
             if (!positionsValid<4>(raw, r.positions.size())) {
                 outOfRange = true;
                 continue;
