@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <limits>
 #include <new>
+#include <utility>
 #include <vector>
 
 inline constexpr size_t kHugePageBytes = size_t(2) << 20;
@@ -41,6 +42,18 @@ struct HugePageAllocator {
     void deallocate(T* p, size_t n) {
         if (!huge(n)) ::operator delete(p, std::align_val_t(alignof(T)));
         else std::free(p);
+    }
+
+    // An element made without a value is left as its type leaves it: the
+    // arrays here are filled right after they grow, and zeroing them first
+    // would write every byte twice, the first time on one thread.
+    template <typename U>
+    void construct(U* p) {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <typename U, typename... Args>
+    void construct(U* p, Args&&... args) {
+        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
     }
 
     template <typename U>
