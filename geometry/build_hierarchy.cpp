@@ -6,6 +6,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <bit>
 
 #include "core/clock.h"
 #include "core/report.h"
@@ -15,21 +16,46 @@
 namespace {
 
 // A run of references to split, with the bounds of their centroids, which
-// the partition of the parent task gathered on its way.
+// the partition of the parent task gathered on its way. The widest waves
+// list millions of tasks: the bounds are kept as six floats.
 struct BuildTask {
     uint32_t node;
     uint32_t first;
     uint32_t count;
-    __m128 low, high;
+    float low[3], high[3];
 };
 
 constexpr int kBins = 8;
 constexpr int kWaveLimit = 256;
 constexpr uint32_t kLeafLimit = 0xFFFFu;   // a leaf's count has 16 bits
 
-inline LaneBox laneBox(const Bbox& b) {
-    return {_mm_setr_ps(b.min[0], b.min[1], b.min[2], 0.0f), _mm_setr_ps(b.max[0], b.max[1], b.max[2], 0.0f)};
+// A reference's box with the reference itself in the fourth lanes, so that
+// the partition moves one record. The lanes hold floats between 1 and 2
+// whose mantissas carry the bits: the low 23 bits of the index in the high
+// lane; the rest of the index, the kind and the part (which has 8 bits) in
+// the low one. The builder's arithmetic runs over all four lanes, and
+// ordinary numbers there keep it at full speed, where the bare bits would
+// read as denormals.
+constexpr uint32_t kOne = 0x3F800000u, kMantissa = 0x7FFFFFu;
+
+inline LaneBox laneBox(const Bbox& b, const PrimitiveRef& ref) {
+    const uint32_t high = kOne | (ref.index & kMantissa);
+    const uint32_t low = kOne | ref.index >> 23 | uint32_t(ref.kind) << 9 | uint32_t(ref.part & 0xFFu) << 12;
+    return {_mm_setr_ps(b.min[0], b.min[1], b.min[2], std::bit_cast<float>(low)),
+            _mm_setr_ps(b.max[0], b.max[1], b.max[2], std::bit_cast<float>(high))};
 }
+
+inline PrimitiveRef laneRef(const LaneBox& b) {
+    const uint32_t low = uint32_t(_mm_extract_ps(b.min, 3)) & kMantissa;
+    const uint32_t high = uint32_t(_mm_extract_ps(b.max, 3)) & kMantissa;
+    PrimitiveRef ref;
+    ref.part = uint16_t(low >> 12);
+    ref.kind = uint16_t(low >> 9 & 7u);
+    ref.index = high | (low & 0x1FFu) << 23;
+    return ref;
+}
+
+inline __m128 lanes(const float v[3]) { return _mm_setr_ps(v[0], v[1], v[2], 0.0f); }
 
 // halfArea of a lane box, from its lanes: extents below 0 count as 0 (a NaN
 // extent stays NaN, as in halfArea).
@@ -75,6 +101,13 @@ struct CentroidBounds {
     }
 };
 
+BuildTask makeTask(uint32_t node, uint32_t first, uint32_t count, const CentroidBounds& bounds) {
+    alignas(16) float low[4], high[4];
+    _mm_store_ps(low, bounds.low);
+    _mm_store_ps(high, bounds.high);
+    return {node, first, count, {low[0], low[1], low[2]}, {high[0], high[1], high[2]}};
+}
+
 CentroidBounds centroidBounds(const LaneBox* boxes, uint32_t first, uint32_t end) {
     CentroidBounds bounds;
     for (uint32_t i = first; i < end; ++i) bounds.add(boxes[i]);
@@ -102,8 +135,8 @@ void progressLine(int wave, bool last) {
 void makeInner(Builder& builder, const BuildTask& task, uint32_t left, const CentroidBounds& leftBounds,
                const CentroidBounds& rightBounds, std::vector<BuildTask>& out) {
     builder.nodes[task.node].count = 0;
-    out.push_back({task.node, task.first, left, leftBounds.low, leftBounds.high});
-    out.push_back({task.node, task.first + left, task.count - left, rightBounds.low, rightBounds.high});
+    out.push_back(makeTask(task.node, task.first, left, leftBounds));
+    out.push_back(makeTask(task.node, task.first + left, task.count - left, rightBounds));
 }
 
 // A run too long for one leaf is halved instead, so that no reference is lost
@@ -126,7 +159,6 @@ void makeLeaf(Builder& builder, const BuildTask& task, std::vector<BuildTask>& o
 // own task.
 void partitionTask(Builder& builder, const BuildTask& task, const LaneBox& bestLeft, const LaneBox& bestRight,
                    std::vector<BuildTask>& out) {
-    std::vector<PrimitiveRef>& refs = builder.object.buildRefs;
     LaneBox* boxes = builder.boxes.data();
     const uint32_t first = task.first, count = task.count, end = first + count;
     const bool sharedGoLeft = laneHalfArea(bestRight) > laneHalfArea(bestLeft);
@@ -143,7 +175,6 @@ void partitionTask(Builder& builder, const BuildTask& task, const LaneBox& bestL
             rightBounds.add(boxes[i]);
             ++right;
             const uint32_t j = end - right;
-            std::swap(refs[i], refs[j]);
             std::swap(boxes[i], boxes[j]);
         }
     }
@@ -163,8 +194,8 @@ bool splitPair(Builder& builder, const BuildTask& task, __m128 extentLanes, cons
                std::vector<BuildTask>& out) {
     const LaneBox* boxes = builder.boxes.data();
     alignas(16) int32_t a[4], b[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(a), binOf(boxes[task.first], task.low, extentLanes));
-    _mm_store_si128(reinterpret_cast<__m128i*>(b), binOf(boxes[task.first + 1], task.low, extentLanes));
+    _mm_store_si128(reinterpret_cast<__m128i*>(a), binOf(boxes[task.first], lanes(task.low), extentLanes));
+    _mm_store_si128(reinterpret_cast<__m128i*>(b), binOf(boxes[task.first + 1], lanes(task.low), extentLanes));
     int axis = -1;
     for (int k = 0; k < 3; ++k) {
         if (extent[k] == 0.0f) continue;
@@ -200,7 +231,7 @@ void runTask(Builder& builder, const BuildTask& task, int wave, std::vector<Buil
         node.count = uint16_t(std::min(count, kLeafLimit));
         return;
     }
-    const __m128 low = task.low, high = task.high;
+    const __m128 low = lanes(task.low), high = lanes(task.high);
     if ((_mm_movemask_ps(_mm_cmpeq_ps(low, high)) & 7) == 7) {
         makeLeaf(builder, task, out);
         return;
@@ -348,7 +379,7 @@ void buildHierarchy(Object& object) {
     if (total == 0) return;
 
     const uint64_t start = systemTime100ns();
-    std::vector<PrimitiveRef>& refs = object.buildRefs;
+    BuildRefs& refs = object.buildRefs;
     refs.reserve(total);
     for (size_t p = 0; p < object.parts.size(); ++p) {
         const Part& part = object.parts[p];
@@ -363,7 +394,9 @@ void buildHierarchy(Object& object) {
     const long long count = (long long)total;
 #pragma omp parallel for schedule(static) if (count >= 4096)
     for (long long i = 0; i < count; ++i)
-        object.buildBoxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]));
+        object.buildBoxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]), refs[size_t(i)]);
+    // The references travel in their boxes until the tree is made.
+    release(refs);
 
     // Room for the largest tree, two nodes a split; pages past the nodes made
     // are never touched.
@@ -373,7 +406,7 @@ void buildHierarchy(Object& object) {
     Builder builder{object, object.buildBoxes, nodes};
 
     const CentroidBounds all = centroidBounds(builder.boxes.data(), 0, uint32_t(total));
-    std::vector<BuildTask> current{{0, 0, uint32_t(total), all.low, all.high}};
+    std::vector<BuildTask> current{makeTask(0, 0, uint32_t(total), all)};
     int wave = 0;
     // The tasks of a wave are cut into runs, about 64 a thread, which threads
     // take one at a time: tasks differ widely in size. Each run lists the
@@ -408,6 +441,10 @@ void buildHierarchy(Object& object) {
         if (wave == kWaveLimit) break;
     }
     progressLine(wave, true);
+
+    resizeOnAllThreads(refs, total);
+#pragma omp parallel for schedule(static) if (count >= 4096)
+    for (long long i = 0; i < count; ++i) refs[size_t(i)] = laneRef(object.buildBoxes[size_t(i)]);
 
     const double seconds = double(systemTime100ns() - start) * 1e-7;
     reportReal("bbvh construction for " + object.name, seconds, "seconds");

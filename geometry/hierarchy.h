@@ -28,8 +28,12 @@ struct PrimitiveRef {
         : part(uint8_t(partIndex)), kind(primitiveKind), index(primitiveIndex) {}
 };
 
-// A reference's box as the builder bins it, in two lanes of four: x y z and
-// a fourth lane held at 0.
+// The references in the builder's order, as many as the object has
+// primitives and instances.
+using BuildRefs = std::vector<PrimitiveRef, HugePageAllocator<PrimitiveRef>>;
+
+// A reference's box as the builder bins it, in two lanes of four: x y z,
+// and in the fourth lanes the reference itself.
 struct alignas(16) LaneBox {
     __m128 min, max;
 };

@@ -141,7 +141,7 @@ struct Object {
     std::vector<PrimitiveRef> primitiveRefs;   // in leaf order
     uint32_t maxWideDepth = 0;
     BbvhNodes bbvhNodes;
-    std::vector<PrimitiveRef> buildRefs;       // in the builder's order
+    BuildRefs buildRefs;                       // in the builder's order
     // The box of each of buildRefs, from the build until the update has
     // refit the leaves with them.
     std::vector<LaneBox, HugePageAllocator<LaneBox>> buildBoxes;
