@@ -1,5 +1,7 @@
 // Compiling raw face lists into a part: degenerate triangles dropped, normals
 // oriented and quantised, corners deduplicated through a vertex table.
+#include <malloc.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -197,4 +199,7 @@ void compileReader(GeometryReader& r, const std::string& source) {
     release(r.normals);
     release(r.rawTriangles);
     release(r.rawQuadrangles);
+    // The reading threads' lists lived in their own heaps, which keep freed
+    // memory for later use; the hierarchies built next need it more.
+    malloc_trim(0);
 }
