@@ -361,6 +361,27 @@ Bbox primitiveBox(const Part& part, uint16_t kind, uint32_t index) {
     return box;
 }
 
+Bbox primitivesBox(const Object& object) {
+    Bbox box;
+    constexpr uint16_t kinds[4] = {kParticle, kCylinder, kTriangle, kTetragon};
+    for (const Part& part : object.parts)
+        for (uint16_t kind : kinds) {
+            const size_t counts[4] = {part.particles.size(), part.cylinders.size(), part.triangles.size(),
+                                      part.tetragons.size()};
+            const size_t count = counts[kind - kParticle];
+            // Chunks joined in their order keep the first of equal planes, as
+            // one loop from the start does (+0 and -0 compare equal).
+            const size_t chunks = count < 65536 ? 1 : 256, length = (count + chunks - 1) / chunks;
+            std::vector<Bbox> partial(chunks);
+#pragma omp parallel for schedule(static) if (chunks > 1)
+            for (size_t c = 0; c < chunks; ++c)
+                for (size_t i = c * length; i < std::min(count, (c + 1) * length); ++i)
+                    growBox(partial[c], primitiveBox(part, kind, uint32_t(i)));
+            for (const Bbox& b : partial) growBox(box, b);
+        }
+    return box;
+}
+
 Bbox referenceBox(const Object& object, const PrimitiveRef& ref) {
     if (ref.kind == kInstance) return object.instances[ref.index].bounds;
     return primitiveBox(object.parts[ref.part], ref.kind, ref.index);

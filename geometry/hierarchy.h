@@ -137,6 +137,8 @@ inline Bbox unionBox(const Bbox& a, const Bbox& b) {
 // faces around their corners, instances by their bounds.
 Bbox referenceBox(const Object& object, const PrimitiveRef& ref);
 Bbox primitiveBox(const Part& part, uint16_t kind, uint32_t index);
+// The box of every primitive of the object's parts, on all threads.
+Bbox primitivesBox(const Object& object);
 
 // toLocal, directionMatrix and normalMatrix of an instance from its toWorld,
 // and its bounds: the box of the target's corners carried by toWorld.

@@ -233,13 +233,7 @@ void prepareObject(Object& object) {
         preparePart(part);
         if (part.hasMotion) object.hasMotion = 1;
     }
-    object.bounds = Bbox{};
-    for (const Part& part : object.parts) {
-        for (uint32_t i = 0; i < part.particles.size(); ++i) growBox(object.bounds, primitiveBox(part, kParticle, i));
-        for (uint32_t i = 0; i < part.cylinders.size(); ++i) growBox(object.bounds, primitiveBox(part, kCylinder, i));
-        for (uint32_t i = 0; i < part.triangles.size(); ++i) growBox(object.bounds, primitiveBox(part, kTriangle, i));
-        for (uint32_t i = 0; i < part.tetragons.size(); ++i) growBox(object.bounds, primitiveBox(part, kTetragon, i));
-    }
+    object.bounds = primitivesBox(object);
     for (Instance& instance : object.instances) {
         computeInstanceMatrices(instance);
         instance.bounds = transformedBox(instance.toWorld, registry.objects[instance.target].bounds);

@@ -553,13 +553,7 @@ void updateHierarchy(Object& object) {
     bottomUp(object, [&object](uint32_t n) { rotateNode(object, n); });
 
     // The object's box again, from its primitives and its instances.
-    Bbox bounds;
-    for (const Part& part : object.parts) {
-        for (uint32_t i = 0; i < part.particles.size(); ++i) growBox(bounds, primitiveBox(part, kParticle, i));
-        for (uint32_t i = 0; i < part.cylinders.size(); ++i) growBox(bounds, primitiveBox(part, kCylinder, i));
-        for (uint32_t i = 0; i < part.triangles.size(); ++i) growBox(bounds, primitiveBox(part, kTriangle, i));
-        for (uint32_t i = 0; i < part.tetragons.size(); ++i) growBox(bounds, primitiveBox(part, kTetragon, i));
-    }
+    Bbox bounds = primitivesBox(object);
     for (Instance& instance : object.instances) {
         computeInstanceMatrices(instance);
         if (instance.target >= registry.objects.size()) continue;
