@@ -194,12 +194,15 @@ void compileReader(GeometryReader& r, const std::string& source) {
             reportRule();
         }
     }
+    const size_t rawBytes =
+        r.rawTriangles.size() * sizeof(RawTriangle) + r.rawQuadrangles.size() * sizeof(RawQuadrangle);
     release(r.positions);
     release(r.uvs);
     release(r.normals);
     release(r.rawTriangles);
     release(r.rawQuadrangles);
-    // The reading threads' lists lived in their own heaps, which keep freed
-    // memory for later use; the hierarchies built next need it more.
-    malloc_trim(0);
+    // The reading threads' lists of a large file lived in their own heaps,
+    // which keep freed memory for later use; the hierarchies built next need
+    // it more. Small files leave too little to be worth the walk.
+    if (rawBytes >= (size_t(64) << 20)) malloc_trim(0);
 }
