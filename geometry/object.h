@@ -37,7 +37,7 @@ inline PackedDirection packDirection(float x, float y, float z) {
     return {component(x), component(y), component(z)};
 }
 
-inline Vector unpackDirection(PackedDirection d) { return normalized({float(d.x), float(d.y), float(d.z)}); }
+inline Vector unpackDirection(PackedDirection d) { return normalized(Vector{float(d.x), float(d.y), float(d.z)}); }
 
 enum PrimitiveKind : uint8_t {
     kParticle = 1,
