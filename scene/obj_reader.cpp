@@ -412,7 +412,10 @@ void readObj(GeometryReader& reader, const std::string& fileName) {
     // The file is read window by window, so that it is never held whole. A
     // window ends after its last newline; one without a newline ends after
     // its last whole piece, which is where the line reader would cut it too.
-    std::vector<char> window(std::max<size_t>(64 * objStretchBytes, 2 * kLineLimit));
+    // A small file gets a window of its own size: a scene of many small
+    // files would otherwise clear 64 MB for each.
+    const size_t fileBytes = size_t(info.st_size) + 1;
+    std::vector<char> window(std::max<size_t>(std::min(64 * objStretchBytes, fileBytes), 2 * kLineLimit));
     size_t held = 0;
     for (;;) {
         held += std::fread(window.data() + held, 1, window.size() - held, file);
