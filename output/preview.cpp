@@ -14,8 +14,6 @@
 
 namespace {
 
-// Set while the window exists: drawing needs its context.
-bool windowOpen = false;
 // The frame function that the window runs, given by openPreview.
 void (*frameFunction)() = nullptr;
 
@@ -27,6 +25,9 @@ void renderWithoutWindow(const char* reason) {
 }
 
 #if LV_HAVE_PREVIEW
+// Set while the window exists: drawing needs its context.
+bool windowOpen = false;
+
 // The frame function as the window's idle callback. Once the render is done
 // the frame only redraws, so the loop rests between redraws rather than
 // spinning a core.
