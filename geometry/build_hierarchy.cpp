@@ -55,6 +55,20 @@ inline PrimitiveRef laneRef(const LaneBox& b) {
     return ref;
 }
 
+// The kinds of primitive a part holds, in the order the references list
+// them, and how many of each.
+constexpr uint16_t kPartKinds[4] = {kParticle, kCylinder, kTriangle, kTetragon};
+
+size_t primitiveCount(const Part& part, uint16_t kind) {
+    switch (kind) {
+    case kParticle: return part.particles.size();
+    case kCylinder: return part.cylinders.size();
+    case kTriangle: return part.triangles.size();
+    case kTetragon: return part.tetragons.size();
+    default: return 0;
+    }
+}
+
 inline __m128 lanes(const float v[3]) { return _mm_setr_ps(v[0], v[1], v[2], 0.0f); }
 
 // halfArea of a lane box, from its lanes: extents below 0 count as 0 (a NaN
@@ -363,12 +377,9 @@ Bbox primitiveBox(const Part& part, uint16_t kind, uint32_t index) {
 
 Bbox primitivesBox(const Object& object) {
     Bbox box;
-    constexpr uint16_t kinds[4] = {kParticle, kCylinder, kTriangle, kTetragon};
     for (const Part& part : object.parts)
-        for (uint16_t kind : kinds) {
-            const size_t counts[4] = {part.particles.size(), part.cylinders.size(), part.triangles.size(),
-                                      part.tetragons.size()};
-            const size_t count = counts[kind - kParticle];
+        for (uint16_t kind : kPartKinds) {
+            const size_t count = primitiveCount(part, kind);
             // Chunks joined in their order keep the first of equal planes, as
             // one loop from the start does (+0 and -0 compare equal).
             const size_t chunks = count < 65536 ? 1 : 256, length = (count + chunks - 1) / chunks;
@@ -394,30 +405,33 @@ void buildHierarchy(Object& object) {
 
     size_t total = object.instances.size();
     for (const Part& part : object.parts)
-        total += part.particles.size() + part.cylinders.size() + part.triangles.size() + part.tetragons.size();
+        for (uint16_t kind : kPartKinds) total += primitiveCount(part, kind);
     // An object with nothing in it keeps empty hierarchies, which every walk
     // treats as empty.
     if (total == 0) return;
 
+    // Each reference's box with the reference in it, in the references'
+    // order: for each part its particles, cylinders, triangles and
+    // tetragons, then the instances. The references travel in their boxes
+    // until the tree is made.
     const uint64_t start = systemTime100ns();
-    BuildRefs& refs = object.buildRefs;
-    refs.reserve(total);
-    for (size_t p = 0; p < object.parts.size(); ++p) {
-        const Part& part = object.parts[p];
-        for (uint32_t i = 0; i < part.particles.size(); ++i) refs.emplace_back(uint32_t(p), kParticle, i);
-        for (uint32_t i = 0; i < part.cylinders.size(); ++i) refs.emplace_back(uint32_t(p), kCylinder, i);
-        for (uint32_t i = 0; i < part.triangles.size(); ++i) refs.emplace_back(uint32_t(p), kTriangle, i);
-        for (uint32_t i = 0; i < part.tetragons.size(); ++i) refs.emplace_back(uint32_t(p), kTetragon, i);
-    }
-    for (uint32_t i = 0; i < object.instances.size(); ++i) refs.emplace_back(0u, kInstance, i);
-
     resizeOnAllThreads(object.buildBoxes, total);
+    size_t at = 0;
+    for (size_t p = 0; p < object.parts.size(); ++p)
+        for (uint16_t kind : kPartKinds) {
+            const long long n = (long long)primitiveCount(object.parts[p], kind);
+#pragma omp parallel for schedule(static) if (n >= 4096)
+            for (long long i = 0; i < n; ++i) {
+                const PrimitiveRef ref(uint32_t(p), kind, uint32_t(i));
+                object.buildBoxes[at + size_t(i)] = laneBox(referenceBox(object, ref), ref);
+            }
+            at += size_t(n);
+        }
+    for (uint32_t i = 0; i < object.instances.size(); ++i) {
+        const PrimitiveRef ref(0u, kInstance, i);
+        object.buildBoxes[at + i] = laneBox(referenceBox(object, ref), ref);
+    }
     const long long count = (long long)total;
-#pragma omp parallel for schedule(static) if (count >= 4096)
-    for (long long i = 0; i < count; ++i)
-        object.buildBoxes[size_t(i)] = laneBox(referenceBox(object, refs[size_t(i)]), refs[size_t(i)]);
-    // The references travel in their boxes until the tree is made.
-    release(refs);
 
     // Room for the largest tree, two nodes a split; pages past the nodes made
     // are never touched.
@@ -463,9 +477,9 @@ void buildHierarchy(Object& object) {
     }
     progressLine(wave, true);
 
-    resizeOnAllThreads(refs, total);
+    resizeOnAllThreads(object.buildRefs, total);
 #pragma omp parallel for schedule(static) if (count >= 4096)
-    for (long long i = 0; i < count; ++i) refs[size_t(i)] = laneRef(object.buildBoxes[size_t(i)]);
+    for (long long i = 0; i < count; ++i) object.buildRefs[size_t(i)] = laneRef(object.buildBoxes[size_t(i)]);
 
     const double seconds = double(systemTime100ns() - start) * 1e-7;
     reportReal("bbvh construction for " + object.name, seconds, "seconds");
